@@ -1,0 +1,11 @@
+// Quality measures: shape qualities, edge qualities, size shocks.
+#pragma once
+
+#include <meshutil/containers.h>
+#include <meshutil/elements.h>
+#include <meshutil/export.h>
+
+namespace qx7::meshutil
+{
+
+} // namespace qx7::meshutil
