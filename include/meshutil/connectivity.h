@@ -86,4 +86,54 @@ MESHUTIL_API int get_element_boundaries(const dense2D<unsigned>& connectM, eleme
 MESHUTIL_API int get_neighbors(const dense2D<unsigned>& connectM, element_type FE_type,
                                bool flag_nonmanifold, dense2D<unsigned>& neighbors) noexcept;
 
+// ------------------------------------------------------------------------------------ node to
+// element
+
+/// Gives for every node one element that contains it: for each column j in order, each defined
+/// node x of the column below ancestors.size() gets ancestors[x] = j, so a node ends with the
+/// highest-numbered element containing it. An empty ancestors is first sized to max_ID + 1 entries
+/// of ~0u; a non-empty one is used as it stands (size and contents kept, so nodes no element uses
+/// keep their old values and nodes not below its size are ignored): a caller can pass a table
+/// sized for all the nodes of a mesh.
+/// @param[in]     connectM   any rows x nbr_elements, ~0u entries skipped.
+/// @param[in,out] ancestors  node -> element.
+/// @return 0 on success (an empty connectM leaves ancestors untouched); -199 memory. Outputs on
+///         failure: ancestors untouched.
+/// Complexity: O(rows x nbr_elements + max_ID) time, no extra memory.
+MESHUTIL_API int get_ancestors(const dense2D<unsigned>& connectM,
+                               dense1D<unsigned>& ancestors) noexcept;
+
+/// Lists for every node the elements containing it, in offset form: the elements of node x are
+/// elements[first[x]] to elements[first[x+1]-1], in increasing order; an element holding a node
+/// twice is listed twice. first has max_ID + 2 entries (nodes no element uses have empty lists;
+/// a matrix of ~0u only gives first = (0, 0)); first[max_ID + 1] is the number of defined
+/// entries of connectM. ~0u entries are skipped, so mixed matrices need no care.
+/// @param[in]  connectM  any rows x nbr_elements.
+/// @param[out] first     max_ID + 2 offsets; emptied first (an empty connectM gives (0)).
+/// @param[out] elements  first.back() element numbers; emptied first.
+/// @return 0 on success; -199 memory. Outputs on failure: first and elements empty.
+/// Complexity: O(rows x nbr_elements + max_ID) time, no extra memory beyond the outputs.
+MESHUTIL_API int get_connected_elements(const dense2D<unsigned>& connectM, dense1D<unsigned>& first,
+                                        dense1D<unsigned>& elements) noexcept;
+
+// ------------------------------------------------------------------------------------ node graph
+
+/// Computes the node-to-node graph of a mesh in offset form: the neighbours of node i are
+/// graph[first[i]] to graph[first[i+1]-1]. Two nodes are neighbours when an element holds both
+/// (diagonals of quadrangles and hexahedra and mid-edge nodes included); the graph is symmetric
+/// and a node is never its own neighbour. The neighbours of i come in order of discovery: the
+/// elements around i in increasing order, and in each the rows from top to bottom, a node met
+/// again not repeated. n = max_ID + 1 (get_connected_elements' node count); unused node numbers
+/// get empty ranges. Built with two passes of a marker array (count, then fill), no hashing and
+/// no sorting. ~0u entries are skipped.
+/// @param[in]  connectM  any rows x nbr_elements.
+/// @param[out] first     n + 1 offsets (an empty connectM gives (0)); emptied first.
+/// @param[out] graph     first[n] node numbers; emptied first.
+/// @return 0 on success; -199 memory. Outputs on failure: graph empty, first empty when the
+///         failure happened while sizing graph.
+/// Complexity: O(sum over nodes of the sizes of the elements around them) time, O(n + rows x
+/// nbr_elements) extra memory.
+MESHUTIL_API int get_node_graph(const dense2D<unsigned>& connectM, dense1D<unsigned>& first,
+                                dense1D<unsigned>& graph) noexcept;
+
 } // namespace qx7::meshutil

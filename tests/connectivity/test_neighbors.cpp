@@ -1,6 +1,7 @@
 // Element boundaries and the neighbour matrix.
 #include "connectivity/connectivity_private.h"
 #include "connectivity/grid_meshes.h"
+#include "connectivity/matrix_util.h"
 #include "connectivity/random_meshes.h"
 
 #include <algorithm>
@@ -10,29 +11,15 @@
 
 using namespace qx7;
 using namespace qx7::meshutil;
+using qx7::meshutil::test_meshes::columns;
+using qx7::meshutil::test_meshes::matrix;
+using qx7::meshutil::test_meshes::values;
 namespace cd = qx7::meshutil::detail;
 namespace gm = qx7::meshutil::test_meshes;
 
 namespace
 {
 constexpr unsigned U = undefined_index;
-
-dense2D<unsigned> matrix(std::size_t rows, const std::vector<std::vector<unsigned>>& columns)
-{
-    dense2D<unsigned> M(rows, columns.size());
-    for (std::size_t j = 0; j < columns.size(); ++j)
-        for (std::size_t i = 0; i < rows; ++i)
-            M(i, j) = columns[j][i];
-    return M;
-}
-
-std::vector<std::vector<unsigned>> columns(const dense2D<unsigned>& M)
-{
-    std::vector<std::vector<unsigned>> c(M.cols());
-    for (std::size_t j = 0; j < M.cols(); ++j)
-        c[j].assign(M.col(j), M.col(j) + M.rows());
-    return c;
-}
 
 const element_type linear_types[] = {EL_EDGE2,  EL_TRIA3,  EL_QUAD4, EL_FACE_MIX, EL_TETRA4,
                                      EL_PYRAM5, EL_PENTA6, EL_HEXA8, EL_SOLID_MIX};
@@ -146,8 +133,7 @@ TEST(canonical_keys, equal_exactly_for_the_same_cycle)
                     lists.push_back({a, b, c, d});
     for (const auto& x : lists)
         for (const auto& y : lists)
-            ASSERT_EQ(cd::make_key(x.data(), 4) == cd::make_key(y.data(), 4),
-                      gm::same_cycle(x, y));
+            ASSERT_EQ(cd::make_key(x.data(), 4) == cd::make_key(y.data(), 4), gm::same_cycle(x, y));
     const unsigned tri[3] = {7, 3, 5}, quad[4] = {7, 3, 5, U};
     EXPECT_FALSE(cd::make_key(tri, 3) == cd::make_key(quad, 4));
 }
@@ -168,8 +154,7 @@ TEST(get_neighbors, matches_brute_force_on_random_meshes)
             {
                 dense2D<unsigned> N;
                 ASSERT_EQ(get_neighbors(M, type, flag, N), 0);
-                dense2D<unsigned> ref =
-                    gm::brute_neighbors(M, type, cd::neighbor_rows(type), flag);
+                dense2D<unsigned> ref = gm::brute_neighbors(M, type, cd::neighbor_rows(type), flag);
                 ASSERT_EQ(columns(N), columns(ref)) << type << " trial " << trial;
 
                 // Renumbered nodes (a shuffled, sparse numbering) give the same matrix.
