@@ -178,7 +178,9 @@ int unique_of_range(dense1D<unsigned>& out, const dense2D<unsigned>* first,
 
 // ------------------------------------------------------------------------------------ merging
 
-/// How merge_nodes finds the pairs within the tolerance; every choice gives the same map.
+/// How merge_nodes finds the pairs within the tolerance; every choice gives the same map. When a
+/// node of A has a NaN coordinate every choice takes the tree, whose shape then decides which
+/// pairs are found.
 enum class merge_search
 {
     automatic,  ///< exact hash for tol = 0, grid for a small tol when it stays cheap, else tree
