@@ -184,7 +184,8 @@ MESHUTIL_API int copy_edges(const dense2D<unsigned>& connectM, element_type FE_t
 /// @param[in]  pos      2 or 3 x nbr_nodes coordinates.
 /// @param[in]  edges    2 x nbr_edges (EL_EDGE2).
 /// @param[in]  metrics  3 or 6 x nbr_nodes packed metrics (at least).
-/// @param[out] shocks   nbr_nodes values, 0 for a node on no edge; resized by the call.
+/// @param[out] shocks   nbr_nodes values, 0 for a node on no edge; resized by the call; must
+///                      not share its storage with metrics.
 /// @return 0 (at once, shocks untouched, when edges has rows x columns = 0); -1 pos with neither
 ///         2 nor 3 rows; -2 edges not conforming to EL_EDGE2 with indices below pos.cols(); -3
 ///         metrics with fewer rows than the dimension needs or fewer columns than pos (a check
@@ -198,7 +199,7 @@ MESHUTIL_API int H_shock(const dense2D<double>& pos, const dense2D<unsigned>& ed
 /// when the mean is not > 0 or L = 0 the shock is 0 if h_i == h_j, DBL_MAX otherwise; else
 /// pow(max(d/h_i, d/h_j) / min(d/h_i, d/h_j), 1 / L) - 1 for a finite L, 0 for an infinite one;
 /// an infinite or NaN shock becomes DBL_MAX. Sizes are not checked.
-/// @param[in]  sizes   nbr_nodes sizes (at least).
+/// @param[in]  sizes   nbr_nodes sizes (at least); shocks must not share their storage.
 /// @return 0; -1; -2 as the metric form; -3 fewer sizes than pos has columns; -199.
 ///         Outputs on failure: shocks untouched.
 /// Complexity: O(nbr_edges + nbr_nodes) time, no extra memory.
