@@ -140,4 +140,173 @@ MESHUTIL_API void metric_aniso3d_to_aniso2d(const symmetric_fixed<double, 3>& M3
                                             const matrix_fixed<double, 3, 2>& P,
                                             symmetric_fixed<double, 2>& M) noexcept;
 
+// ------------------------------------------------------------------------------------ fields
+// A size field is a dense1D<double> of sizes h, valid when 0 < h < DBL_MAX (NaN is invalid). A
+// metric field is a dense2D<double> with one column per node: 3 rows for 2-D metrics, 6 rows for
+// 3-D metrics, in the packed order above; a column is valid when is_valid_metric says so. Fields
+// are never resized by these functions: outputs must be sized by the caller.
+
+/// Position of the first invalid size, or sizes.size() when all are valid.
+/// @param[in] sizes  the size field.
+/// @return the position, or the size count.
+/// Complexity: O(n).
+MESHUTIL_API unsigned first_invalid_metric(const dense1D<double>& sizes) noexcept;
+
+/// Position of the first invalid column of a 3-row or 6-row metric field, or the column count when
+/// all are valid. Any other row count gives 0 at once, so that a non-empty field of such a shape
+/// is never reported valid and an empty one always is.
+/// @param[in] metrics  the metric field.
+/// @return the position, or the column count; 0 for an unsupported row count.
+/// Complexity: O(n), one eigenvalue computation per column (dspev in 3-D).
+MESHUTIL_API unsigned first_invalid_metric(const dense2D<double>& metrics) noexcept;
+
+/// Position in IDs of the first ID whose size is invalid or which is not below the size count;
+/// IDs.size() when there is none.
+/// @param[in] IDs    positions into the field.
+/// @param[in] sizes  the size field.
+/// @return the position in IDs, or IDs.size().
+/// Complexity: O(IDs.size()).
+MESHUTIL_API unsigned first_invalid_metric(const dense1D<unsigned>& IDs,
+                                           const dense1D<double>& sizes) noexcept;
+
+/// Position in IDs of the first ID whose column is invalid or which is not below the column count;
+/// IDs.size() when there is none; 0 for a row count other than 3 or 6.
+/// @param[in] IDs      positions into the field.
+/// @param[in] metrics  the metric field.
+/// @return the position in IDs, IDs.size(), or 0 for an unsupported row count.
+/// Complexity: O(IDs.size()) eigenvalue computations.
+MESHUTIL_API unsigned first_invalid_metric(const dense1D<unsigned>& IDs,
+                                           const dense2D<double>& metrics) noexcept;
+
+/// True when every size is valid (first_invalid_metric equals the size count).
+/// Complexity: O(n).
+MESHUTIL_API bool are_valid_metrics(const dense1D<double>& sizes) noexcept;
+/// True when every column is valid; false for a non-empty field whose row count is not 3 or 6,
+/// true for an empty one. Complexity: O(n) eigenvalue computations.
+MESHUTIL_API bool are_valid_metrics(const dense2D<double>& metrics) noexcept;
+/// True when every listed size exists and is valid. Complexity: O(IDs.size()).
+MESHUTIL_API bool are_valid_metrics(const dense1D<unsigned>& IDs,
+                                    const dense1D<double>& sizes) noexcept;
+/// True when every listed column exists and is valid; with a row count other than 3 or 6, true
+/// only for an empty ID list. Complexity: O(IDs.size()) eigenvalue computations.
+MESHUTIL_API bool are_valid_metrics(const dense1D<unsigned>& IDs,
+                                    const dense2D<double>& metrics) noexcept;
+
+/// Appends the index of every valid column of a 3-row or 6-row metric field to IDs, in ascending
+/// order; existing entries are kept. Any other row count appends nothing.
+/// @param[in]     metrics  the metric field.
+/// @param[in,out] IDs      receives the indices; left as it was when memory cannot be had.
+/// Complexity: O(n) eigenvalue computations; IDs grows at most once.
+MESHUTIL_API void valid_metrics(const dense2D<double>& metrics, dense1D<unsigned>& IDs) noexcept;
+
+/// Bounds every size to [hmin, hmax]: a size for which hmin <= h fails (h below hmin, or NaN)
+/// becomes hmin, otherwise a size above hmax becomes hmax.
+/// @param[in,out] sizes  the size field.
+/// @param[in]     hmin   smallest size.
+/// @param[in]     hmax   largest size.
+/// @return the number of sizes changed; 0 at once for an empty field, or when hmin is not > 0
+///         (NaN included) and hmax == DBL_MAX (then even negative sizes stay); -2 hmin infinite or
+///         NaN; -3 hmax infinite or NaN. Sizes are untouched on negative results.
+/// Complexity: O(n).
+MESHUTIL_API int bound_metrics(dense1D<double>& sizes, double hmin, double hmax) noexcept;
+
+/// Bounds every column of a metric field as bound_metric does (eigenvalues clamped into
+/// [1/hmax^2, 1/hmin^2], a column whose decomposition fails replaced by (1/hmin^2) I).
+/// @param[in,out] metrics  3 x n or 6 x n metric field.
+/// @param[in]     hmin     smallest size.
+/// @param[in]     hmax     largest size.
+/// @return the number of columns changed; 0 at once for an empty field (rows x cols == 0), or when
+///         hmin is not > 0 and hmax == DBL_MAX; -1 row count other than 3 or 6; -2 hmin infinite
+///         or NaN; -3 hmax infinite or NaN. The field is untouched on negative results.
+/// Complexity: O(n), one eigen-decomposition per column (one dspev call in 3-D), no allocation.
+MESHUTIL_API int bound_metrics(dense2D<double>& metrics, double hmin, double hmax) noexcept;
+
+/// bound_metrics on sizes that also lists the changed positions: IDs is emptied first (also when
+/// the call returns early or fails), then receives the position of every changed size in
+/// ascending order.
+/// @return the length of IDs, or -2 / -3 as bound_metrics; -199 when IDs cannot grow (the sizes
+///         changed so far stay changed).
+/// Complexity: O(n).
+MESHUTIL_API int bound_metrics(dense1D<double>& sizes, double hmin, double hmax,
+                               dense1D<unsigned>& IDs) noexcept;
+
+/// bound_metrics on metrics that also lists the changed columns: IDs is emptied first (also when
+/// the call returns early or fails), then receives the index of every changed column in ascending
+/// order.
+/// @return the length of IDs, or -1 / -2 / -3 as bound_metrics; -199 when IDs cannot grow (the
+///         columns changed so far stay changed).
+/// Complexity: O(n) eigen-decompositions.
+MESHUTIL_API int bound_metrics(dense2D<double>& metrics, double hmin, double hmax,
+                               dense1D<unsigned>& IDs) noexcept;
+
+/// Repairs sizes from a fallback field: over the first min(sizes.size(), fallback.size())
+/// positions, a size for which 0 >= h holds is replaced by the fallback's value when that is > 0.
+/// A NaN size is thereby kept (unlike bound_metrics, which replaces it).
+/// @param[in,out] sizes     the size field.
+/// @param[in]     fallback  the replacement sizes.
+/// @return the number of sizes replaced.
+/// Complexity: O(n).
+MESHUTIL_API int overwrite_invalid_metrics(dense1D<double>& sizes,
+                                           const dense1D<double>& fallback) noexcept;
+
+/// Repairs a metric field from fallback sizes: over the first min(cols, fallback_sizes.size())
+/// columns, an invalid column whose fallback size h is > 0 becomes (1/h^2) I.
+/// @param[in,out] metrics         3 x n or 6 x n metric field.
+/// @param[in]     fallback_sizes  the replacement sizes.
+/// @return the number of columns replaced; -1 row count other than 3 or 6 (checked before the
+///         emptiness of the field); 0 for an empty field.
+/// Complexity: O(n) eigenvalue computations.
+MESHUTIL_API int overwrite_invalid_metrics(dense2D<double>& metrics,
+                                           const dense1D<double>& fallback_sizes) noexcept;
+
+/// Repairs a metric field from a fallback metric field: over the first min of the two column
+/// counts, an invalid column is replaced by the fallback's column when that one is valid.
+/// @param[in,out] metrics   3 x n or 6 x n metric field.
+/// @param[in]     fallback  metric field with the same row count.
+/// @return the number of columns replaced; -1 row count of metrics other than 3 or 6; -2 the
+///         fallback's row count differs.
+/// Complexity: O(n) eigenvalue computations.
+MESHUTIL_API int overwrite_invalid_metrics(dense2D<double>& metrics,
+                                           const dense2D<double>& fallback) noexcept;
+
+/// Writes the isotropic 2-D metric (1/h^2, 0, 1/h^2) of every size h > 0 into its column; a column
+/// whose size is not > 0 keeps its previous values (unlike metric_iso_to_aniso, which writes
+/// zeros).
+/// @param[in]  sizes    n sizes.
+/// @param[out] metrics  3 x m field, m >= n, not resized; columns from n on are untouched.
+/// @return 0; 0 at once when both are empty; -2 metrics without 3 rows or with fewer than n
+/// columns. Complexity: O(n).
+MESHUTIL_API int metrics_iso_to_aniso2d(const dense1D<double>& sizes,
+                                        dense2D<double>& metrics) noexcept;
+
+/// The 3-D form of metrics_iso_to_aniso2d: (1/h^2, 0, 1/h^2, 0, 0, 1/h^2) into a 6 x m field.
+/// @return 0; 0 at once when both are empty; -2 metrics without 6 rows or with fewer than n
+/// columns. Complexity: O(n).
+MESHUTIL_API int metrics_iso_to_aniso3d(const dense1D<double>& sizes,
+                                        dense2D<double>& metrics) noexcept;
+
+/// Writes, for every size h, the 2-D metric that h induces on the plane of its frame
+/// (metric_iso_to_aniso2d; zero for h not > 0).
+/// @param[in]  sizes    n sizes.
+/// @param[in]  frames   6 x n: two 3-D vectors per column (rows 0-2 and 3-5) spanning the plane.
+/// @param[out] metrics  3 x m field, m >= n, not resized.
+/// @return 0; 0 at once when all three are empty; -2 frames without 6 rows or with a column count
+///         other than n; -3 metrics without 3 rows or with fewer than n columns.
+/// Complexity: O(n).
+MESHUTIL_API int metrics_iso_to_aniso2d(const dense1D<double>& sizes, const dense2D<double>& frames,
+                                        dense2D<double>& metrics) noexcept;
+
+/// Writes, for every 3-D metric M3, the 2-D metric P^T M3 P that it induces on the plane of its
+/// frame P (metric_aniso3d_to_aniso2d).
+/// @param[in]  metrics3d  6 x n metric field.
+/// @param[in]  frames     6 x n frames.
+/// @param[out] metrics    3 x m field, m >= n, not resized.
+/// @return 0; 0 at once when metrics3d and frames are both empty; -1 metrics3d without 6 rows; -2
+///         frames without 6 rows or with a column count other than n; -3 metrics without 3 rows
+///         or with fewer than n columns.
+/// Complexity: O(n).
+MESHUTIL_API int metrics_aniso3d_to_aniso2d(const dense2D<double>& metrics3d,
+                                            const dense2D<double>& frames,
+                                            dense2D<double>& metrics) noexcept;
+
 } // namespace qx7::meshutil

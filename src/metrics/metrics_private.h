@@ -197,6 +197,10 @@ inline void rebuild(const double* Q, const double* d, double* m) noexcept
         }
 }
 
+/// Bounds the sizes of the packed N-D metric m to [hmin, hmax] (bound_metric, N = 2 or 3).
+template <int N>
+int bound_metric(double* m, double hmin, double hmax) noexcept;
+
 /// Simultaneous reduction of two N-D metrics: P holds the unit generalised eigenvectors p_k of
 /// (M1, M2) in columns, Pinv its inverse, d1[k] = p_k^T M1 p_k and d2[k] = p_k^T M2 p_k, so that
 /// M1 = Pinv^T diag(d1) Pinv and M2 = Pinv^T diag(d2) Pinv.

@@ -185,8 +185,13 @@ inline void transpose(const double* a, double* t) noexcept
             t[j + i * N] = a[i + j * N];
 }
 
+} // namespace
+
+namespace detail
+{
+
 template <int N>
-int bound_metric_impl(double* m, double hmin, double hmax) noexcept
+int bound_metric(double* m, double hmin, double hmax) noexcept
 {
     if (!(hmin > 0.0) && hmax == DBL_MAX) return 0;
     if (!std::isfinite(hmin)) return -2;
@@ -219,6 +224,14 @@ int bound_metric_impl(double* m, double hmin, double hmax) noexcept
     detail::rebuild<N>(vt, w, m);
     return 1;
 }
+
+template int bound_metric<2>(double*, double, double) noexcept;
+template int bound_metric<3>(double*, double, double) noexcept;
+
+} // namespace detail
+
+namespace
+{
 
 /// Union (larger sizes) or intersection (smaller sizes) of two metrics into m.
 template <int N>
@@ -314,12 +327,12 @@ bool eigen_pairs(const symmetric_fixed<double, 3>& M1, const symmetric_fixed<dou
 
 int bound_metric(symmetric_fixed<double, 2>& M, double hmin, double hmax) noexcept
 {
-    return bound_metric_impl<2>(M.data(), hmin, hmax);
+    return detail::bound_metric<2>(M.data(), hmin, hmax);
 }
 
 int bound_metric(symmetric_fixed<double, 3>& M, double hmin, double hmax) noexcept
 {
-    return bound_metric_impl<3>(M.data(), hmin, hmax);
+    return detail::bound_metric<3>(M.data(), hmin, hmax);
 }
 
 bool maximum_metric(const symmetric_fixed<double, 2>& M1, const symmetric_fixed<double, 2>& M2,
