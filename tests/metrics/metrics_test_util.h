@@ -3,10 +3,26 @@
 
 #include <cmath>
 #include <cstdint>
+#include <initializer_list>
+#include <limits>
 #include <meshutil/containers.h>
 
 namespace metrics_test
 {
+
+inline const double nan_ = std::numeric_limits<double>::quiet_NaN();
+inline const double inf_ = std::numeric_limits<double>::infinity();
+
+/// A dense1D holding the listed values.
+template <class T>
+inline qx7::dense1D<T> list_of(std::initializer_list<T> v)
+{
+    qx7::dense1D<T> s(v.size());
+    std::size_t k = 0;
+    for (T x : v)
+        s[k++] = x;
+    return s;
+}
 
 /// splitmix64 with its own mapping to doubles, so that the values do not depend on the standard
 /// library.

@@ -14,25 +14,17 @@ using metrics_test::rng;
 namespace
 {
 
-const double nan_ = std::numeric_limits<double>::quiet_NaN();
-const double inf_ = std::numeric_limits<double>::infinity();
+using metrics_test::inf_;
+using metrics_test::nan_;
 
 dense1D<double> sizes_of(std::initializer_list<double> v)
 {
-    dense1D<double> s(v.size());
-    std::size_t k = 0;
-    for (double x : v)
-        s[k++] = x;
-    return s;
+    return metrics_test::list_of<double>(v);
 }
 
 dense1D<unsigned> ids_of(std::initializer_list<unsigned> v)
 {
-    dense1D<unsigned> s(v.size());
-    std::size_t k = 0;
-    for (unsigned x : v)
-        s[k++] = x;
-    return s;
+    return metrics_test::list_of<unsigned>(v);
 }
 
 std::vector<unsigned> to_vector(const dense1D<unsigned>& v)

@@ -14,8 +14,8 @@ using metrics_test::rng;
 namespace
 {
 
-const double nan_ = std::numeric_limits<double>::quiet_NaN();
-const double inf_ = std::numeric_limits<double>::infinity();
+using metrics_test::inf_;
+using metrics_test::nan_;
 
 /// Checks V diag(l) V^T == M to 1e-12 relative, ascending l and orthonormal V.
 template <int N>
