@@ -543,7 +543,7 @@ private:
         {
             new_ld = r;
             Ptr<vector_num<T>> fresh(vector_num<T>::create(r * c));
-            if (r * c != 0 && !fresh) return false;
+            if (r != 0 && c != 0 && !fresh) return false;
             dst = fresh ? fresh->data() : nullptr;
             if (kr && kc) copy_block(dst, new_ld, *this, kr, kc);
             m_storage = std::move(fresh);
