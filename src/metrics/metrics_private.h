@@ -3,6 +3,8 @@
 // primitives, the metric fields, the gradation and the anisotropic edge measures.
 #pragma once
 
+#include "quality/quality_private.h"
+
 #include <cfloat>
 #include <cmath>
 #include <cstddef>
@@ -132,17 +134,6 @@ inline constexpr int packed_index(int i, int j) noexcept
     return i + j * (j + 1) / 2;
 }
 
-/// x^T M x for a packed N-D metric.
-template <int N>
-inline double quadratic_form(const double* m, const double* x) noexcept
-{
-    if constexpr (N == 2)
-        return m[0] * x[0] * x[0] + 2.0 * m[1] * x[0] * x[1] + m[2] * x[1] * x[1];
-    else
-        return m[0] * x[0] * x[0] + m[2] * x[1] * x[1] + m[5] * x[2] * x[2] +
-               2.0 * (m[1] * x[0] * x[1] + m[3] * x[0] * x[2] + m[4] * x[1] * x[2]);
-}
-
 /// Inverse of the column-major N x N matrix a into b; false when its determinant is 0 or not
 /// finite.
 template <int N>
@@ -223,7 +214,7 @@ inline bool reduce(const double* m1, const double* m2, reduction<N>& r) noexcept
     if (ok)
         for (int k = 0; k < N; ++k)
         {
-            r.d1[k] = quadratic_form<N>(m1, r.P + k * N);
+            r.d1[k] = metric_square<N>(m1, r.P + k * N);
             r.d2[k] = w[k] * r.d1[k];
         }
     else
