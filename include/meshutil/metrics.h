@@ -309,4 +309,33 @@ MESHUTIL_API int metrics_aniso3d_to_aniso2d(const dense2D<double>& metrics3d,
                                             const dense2D<double>& frames,
                                             dense2D<double>& metrics) noexcept;
 
+// ------------------------------------------------------------------------------------ size
+// generation
+
+/// Derives an isotropic size field from a mesh: the size at a node is a mean of the lengths of
+/// the element edges that meet there. Every element contributes each of its edges (local edge
+/// order of its shape), so an edge shared by k elements counts k times at both ends. An edge of
+/// length 0 or of non-finite length is skipped (neither end counts it). Modes by p: p == 0 the
+/// minimum, p == DBL_MAX the maximum, otherwise the power mean (sum of L^p / count)^(1/p) (p = 1
+/// arithmetic, p = 2 quadratic). A NaN p passes the checks and gives NaN sizes.
+/// Nodes that no counted edge reaches keep their previous size; entries added by growing `sizes`
+/// are set to 0 (an invalid size, so that validity tests catch nodes left without a size).
+/// @param[in]     pos       r x nbr_nodes coordinates, r >= element_dim(FE_type); lengths are
+///                          measured over all r rows.
+/// @param[in]     connectM  nbr_nodes(FE_type) x nbr_elements; EL_FACE_MIX with 3 rows is read as
+///                          EL_TRIA3, EL_SOLID_MIX with 4, 5 or 6 rows as EL_TETRA4, EL_PYRAM5 or
+///                          EL_PENTA6.
+/// @param[in]     FE_type   EL_EDGE2, EL_FACE_MIX, EL_TRIA3, EL_QUAD4, EL_SOLID_MIX, EL_TETRA4,
+///                          EL_PYRAM5, EL_PENTA6 or EL_HEXA8 (quadratic types are not accepted).
+/// @param[in,out] sizes     grown to max(sizes.size(), nbr_nodes), never shrunk.
+/// @param[in]     p         the exponent, >= 0.
+/// @return 0 on success, and 0 at once for an empty connectM (sizes untouched); -1 pos has fewer
+///         rows than element_dim(FE_type); -2 connectM does not conform to FE_type with indices
+///         below nbr_nodes (check_IDs); -5 p < 0; -199 memory (sizes as it was); -3 unsupported
+///         type, reported after sizes has been grown (its former values are kept).
+/// Complexity: O(nbr_elements x edges per element + nbr_nodes) time, one unsigned counter per
+/// node of extra memory.
+MESHUTIL_API int metrics_gen_iso(const dense2D<double>& pos, const dense2D<unsigned>& connectM,
+                                 element_type FE_type, dense1D<double>& sizes, double p) noexcept;
+
 } // namespace qx7::meshutil
