@@ -78,17 +78,64 @@ inline bool is_valid2(const double* m) noexcept
 
 /// Generalised eigen-pairs of M2 v = l M1 v in 2-D (unit eigenvectors in z, column-major); false,
 /// with w and z zeroed, when M11 == 0, det(M1) <= 0 or the reduced problem fails.
-bool generalised_pairs2(const double* m1, const double* m2, double* w, double* z) noexcept;
+inline bool generalised_pairs2(const double* m1, const double* m2, double* w, double* z) noexcept
+{
+    w[0] = w[1] = 0.0;
+    z[0] = z[1] = z[2] = z[3] = 0.0;
+    const double a = m1[0], b = m1[1], c = m1[2];
+    const double det = a * c - b * b;
+    if (a == 0.0 || !(det > 0.0)) return false;
+    // With F = [[s, -b], [0, a]], F^T M1 F = a det I, and F^T M2 F is the matrix n below.
+    const double s = std::sqrt(det);
+    const double p = m2[0], q = m2[1], r = m2[2];
+    const double n[3] = {p * det, (a * q - b * p) * s, a * a * r - (2.0 * a * q - b * p) * b};
+    double l1, l2, u[4];
+    if (!eigenvalues2(n, l1, l2)) return false;
+    eigenvectors2(n, l1, false, u);
+    const double f = 1.0 / (det * a);
+    w[0] = l1 * f;
+    w[1] = l2 * f;
+    for (int k = 0; k < 2; ++k)
+    {
+        const double x = u[2 * k], y = u[2 * k + 1];
+        double vx = s * x - b * y, vy = a * y;
+        const double len = std::sqrt(vx * vx + vy * vy);
+        if (len != 0.0)
+        {
+            vx /= len;
+            vy /= len;
+        }
+        z[2 * k] = vx;
+        z[2 * k + 1] = vy;
+    }
+    return true;
+}
 
 // ------------------------------------------------------------------------------------ 3-D
 
 /// Eigenvalues of the 3-D metric m (ascending) through dspev without vectors; w is zeroed before
 /// the call. Returns LAPACK's info.
-long eigenvalues3(const double* m, double* w) noexcept;
+inline long eigenvalues3(const double* m, double* w) noexcept
+{
+    double ap[6] = {m[0], m[1], m[2], m[3], m[4], m[5]};
+    double work[9] = {};
+    double z[1] = {0.0};
+    long info = 0;
+    w[0] = w[1] = w[2] = 0.0;
+    lapack::dspev('N', 'U', 3, ap, w, z, 1, work, info);
+    return info;
+}
 
 /// Eigenvalues (ascending) and orthonormal eigenvectors (z, column-major 3 x 3) of the 3-D metric
 /// m through dspev; true when dspev succeeds.
-bool eigen_pairs3(const double* m, double* w, double* z) noexcept;
+inline bool eigen_pairs3(const double* m, double* w, double* z) noexcept
+{
+    double ap[6] = {m[0], m[1], m[2], m[3], m[4], m[5]};
+    double work[9] = {};
+    long info = 0;
+    lapack::dspev('V', 'U', 3, ap, w, z, 3, work, info);
+    return info == 0;
+}
 
 /// True when the smallest eigenvalue of the 3-D metric m (dspev, status not consulted) is > 0.
 inline bool is_valid3(const double* m) noexcept
@@ -98,9 +145,96 @@ inline bool is_valid3(const double* m) noexcept
     return w[0] > 0.0;
 }
 
+/// Full 3 x 3 column-major matrix of a packed 3-D metric.
+inline void unpack3(const double* m, double* A) noexcept
+{
+    A[0] = m[0];
+    A[1] = A[3] = m[1];
+    A[4] = m[2];
+    A[2] = A[6] = m[3];
+    A[5] = A[7] = m[4];
+    A[8] = m[5];
+}
+
+/// Solves L x = b in place for the lower-triangular column-major L.
+inline void forward3(const double* L, double* x) noexcept
+{
+    x[0] /= L[0];
+    x[1] = (x[1] - L[1] * x[0]) / L[4];
+    x[2] = (x[2] - L[2] * x[0] - L[5] * x[1]) / L[8];
+}
+
+/// Solves L^T x = b in place for the lower-triangular column-major L.
+inline void backward3(const double* L, double* x) noexcept
+{
+    x[2] /= L[8];
+    x[1] = (x[1] - L[5] * x[2]) / L[4];
+    x[0] = (x[0] - L[1] * x[1] - L[2] * x[2]) / L[0];
+}
+
 /// Generalised eigen-pairs of M2 v = l M1 v in 3-D (unit eigenvectors in z, column-major); false,
 /// with w and z zeroed, when M1 is not positive definite or dspev fails.
-bool generalised_pairs3(const double* m1, const double* m2, double* w, double* z) noexcept;
+inline bool generalised_pairs3(const double* m1, const double* m2, double* w, double* z) noexcept
+{
+    for (int k = 0; k < 3; ++k)
+        w[k] = 0.0;
+    for (int k = 0; k < 9; ++k)
+        z[k] = 0.0;
+    // Cholesky factor M1 = L L^T, failing on a pivot that is not > 0 (NaN included). Zero
+    // off-diagonal terms need no care: they simply give zero entries of L.
+    double L[9] = {};
+    double r = m1[0];
+    if (!(r > 0.0)) return false;
+    L[0] = std::sqrt(r);
+    L[1] = m1[1] / L[0];
+    L[2] = m1[3] / L[0];
+    r = m1[2] - L[1] * L[1];
+    if (!(r > 0.0)) return false;
+    L[4] = std::sqrt(r);
+    L[5] = (m1[4] - L[2] * L[1]) / L[4];
+    r = m1[5] - L[2] * L[2] - L[5] * L[5];
+    if (!(r > 0.0)) return false;
+    L[8] = std::sqrt(r);
+
+    // C = L^-1 M2 L^-T: Y = L^-1 M2 column by column, then C = L^-1 Y^T.
+    double B[9], Y[9];
+    unpack3(m2, B);
+    for (int j = 0; j < 3; ++j)
+    {
+        for (int i = 0; i < 3; ++i)
+            Y[i + 3 * j] = B[i + 3 * j];
+        forward3(L, Y + 3 * j);
+    }
+    double C[9];
+    for (int j = 0; j < 3; ++j)
+    {
+        for (int i = 0; i < 3; ++i)
+            C[i + 3 * j] = Y[j + 3 * i];
+        forward3(L, C + 3 * j);
+    }
+    // Symmetrise while packing (round-off makes C slightly unsymmetric).
+    const double ap[6] = {C[0], 0.5 * (C[3] + C[1]), C[4], 0.5 * (C[6] + C[2]), 0.5 * (C[7] + C[5]),
+                          C[8]};
+    double U[9];
+    if (!eigen_pairs3(ap, w, U))
+    {
+        for (int k = 0; k < 3; ++k)
+            w[k] = 0.0;
+        return false;
+    }
+    for (int k = 0; k < 3; ++k)
+    {
+        double* v = z + 3 * k;
+        for (int i = 0; i < 3; ++i)
+            v[i] = U[i + 3 * k];
+        backward3(L, v);
+        const double len = std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
+        if (len != 0.0)
+            for (int i = 0; i < 3; ++i)
+                v[i] /= len;
+    }
+    return true;
+}
 
 // ------------------------------------------------------------------------------------ either
 
