@@ -104,18 +104,29 @@ inline char* pad_copy(char* p, const char* s, std::size_t n, int width) noexcept
 }
 } // namespace detail
 
+/// Number of decimal digits of u.
+inline unsigned count_digits(unsigned u) noexcept
+{
+    unsigned n = 1;
+    for (; u >= 10000; u /= 10000)
+        n += 4;
+    return n + (u >= 10) + (u >= 100) + (u >= 1000);
+}
+
 /// Writes v as printf's "%*d" with the given width (0: none) at p; returns the end. The bytes are
 /// those printf gives, so an unsigned index above INT_MAX, passed through static_cast<int>, comes
 /// out negative exactly as it would from printf("%d").
 inline char* format_int(char* p, int v, int width = 0) noexcept
 {
-    char tmp[16];
-    char* end = tmp + sizeof tmp;
     unsigned u = static_cast<unsigned>(v);
     if (v < 0) u = 0u - u;
-    char* s = detail::digits_backwards(end, u);
-    if (v < 0) *--s = '-';
-    return detail::pad_copy(p, s, std::size_t(end - s), width);
+    const unsigned len = count_digits(u) + (v < 0);
+    for (unsigned k = len; k < unsigned(width > 0 ? width : 0); ++k)
+        *p++ = ' ';
+    if (v < 0) *p = '-';
+    char* end = p + len;
+    detail::digits_backwards(end, u);
+    return end;
 }
 
 /// Writes v as printf would with the conversion f, at p (at least max_number_chars free); returns
