@@ -492,10 +492,10 @@ int cmd_convert(const context& ctx)
 
 int cmd_quality(const context& ctx)
 {
-#if CLI_HAS_QUALITY
     unsigned worst = 10;
     if (ctx.has("--worst") && !parse_count(ctx.value("--worst"), 0, ~0u, worst))
         return fail_usage(ctx.command, "--worst needs a count");
+#if CLI_HAS_QUALITY
     const std::string sol = ctx.value("--sol");
     mesh m;
     format f;
@@ -605,7 +605,6 @@ int cmd_quality(const context& ctx)
     if (!sol.empty()) std::printf("wrote %s (worst quality at every node)\n", sol.c_str());
     return exit_ok;
 #else
-    (void)ctx;
     return fail("quality is not available in this build (no shape_qualities)");
 #endif
 }
