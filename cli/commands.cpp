@@ -3,6 +3,7 @@
 #include "wired.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cfloat>
 #include <cmath>

@@ -295,6 +295,24 @@ long file_size(const std::string& path)
     return size < 0 ? 0 : size;
 }
 
+/// Splits a grouped connectivity (group k: columns first[k] to first[k+1] - 1, type types[k])
+/// into blocks with the row count of their type; false when memory runs out.
+[[maybe_unused]] bool split_groups(const dense2D<unsigned>& all, const dense1D<unsigned>& first,
+                                   const dense1D<int>& types, mesh& m)
+{
+    for (std::size_t k = 0; k + 1 < first.size() && k < types.size(); ++k)
+    {
+        const std::size_t cols = first[k + 1] - first[k];
+        if (cols == 0) continue;
+        block b;
+        b.type = mu::element_type(types[k]);
+        const std::size_t rows = std::min<std::size_t>(all.rows(), mu::nbr_nodes(b.type));
+        if (!b.connectM.copy(all.sub_matrix(0, first[k], rows, cols))) return false;
+        m.blocks.push_back(b);
+    }
+    return true;
+}
+
 } // namespace
 
 bool read_mesh(const context& ctx, const std::string& path, format f, mesh& m)
@@ -323,6 +341,57 @@ bool read_mesh(const context& ctx, const std::string& path, format f, mesh& m)
         break;
     }
 #endif
+#if CLI_READS_MEDIT
+    case format::medit:
+    {
+        dense1D<int> vertex_refs;
+        dense2D<unsigned> connectM[mu::nbr_element_types];
+        dense1D<int> refs[mu::nbr_element_types];
+        function = "medit_input";
+        code = mu::medit_input(path.c_str(), m.pos, vertex_refs, connectM, refs);
+        for (unsigned t = 0; code == 0 && t < mu::nbr_element_types; ++t)
+            if (!connectM[t].empty()) m.blocks.push_back(block{connectM[t], mu::element_type(t)});
+        break;
+    }
+#endif
+#if CLI_READS_NASTRAN
+    case format::nastran:
+    {
+        dense2D<unsigned> all;
+        dense1D<unsigned> first, pids, node_ids, element_ids;
+        dense1D<int> types;
+        function = "NASTRAN_input";
+        code =
+            mu::NASTRAN_input(path.c_str(), m.pos, all, first, types, pids, node_ids, element_ids);
+        if (code == 0 && !split_groups(all, first, types, m)) code = -199;
+        break;
+    }
+#endif
+#if CLI_READS_FEMAP
+    case format::femap:
+    {
+        dense2D<unsigned> all;
+        dense1D<unsigned> first, pids, node_ids, element_ids;
+        dense1D<int> types;
+        function = "FEMAP_input";
+        code = mu::FEMAP_input(path.c_str(), m.pos, all, first, types, pids, node_ids, element_ids);
+        if (code == 0 && !split_groups(all, first, types, m)) code = -199;
+        break;
+    }
+#endif
+#if CLI_READS_OBJ
+    case format::obj:
+    {
+        block faces, edges;
+        function = "WavefrontOBJ_input";
+        code =
+            mu::WavefrontOBJ_input(path.c_str(), m.pos, faces.connectM, faces.type, edges.connectM);
+        edges.type = mu::EL_EDGE2;
+        if (!faces.connectM.empty()) m.blocks.push_back(faces);
+        if (!edges.connectM.empty()) m.blocks.push_back(edges);
+        break;
+    }
+#endif
     default:
         fail(std::string("the ") + format_name(f) + " format cannot be read by this build");
         return false;
@@ -340,6 +409,40 @@ bool read_mesh(const context& ctx, const std::string& path, format f, mesh& m)
 
 namespace
 {
+
+/// Every block as a group of columns of one matrix, padded with ~0u to the largest row count;
+/// each block's elements carry its number (from 1) as property identifier. False when memory
+/// runs out.
+[[maybe_unused]] bool join_groups(const mesh& m, dense2D<unsigned>& all, dense1D<unsigned>& first,
+                                  dense1D<int>& types, dense1D<unsigned>& pids)
+{
+    std::size_t rows = 0, cols = 0;
+    for (const block& b : m.blocks)
+        if (!b.connectM.empty())
+        {
+            rows = std::max(rows, b.connectM.rows());
+            cols += b.connectM.cols();
+        }
+    first.clear();
+    types.clear();
+    pids.clear();
+    if (!all.resize(rows, cols, qx7::undefined_index) || !pids.reserve(cols) ||
+        !first.push_back(0u))
+        return false;
+    std::size_t j = 0;
+    for (std::size_t k = 0; k < m.blocks.size(); ++k)
+    {
+        const dense2D<unsigned>& c = m.blocks[k].connectM;
+        if (c.empty()) continue;
+        for (std::size_t e = 0; e < c.cols(); ++e, ++j)
+        {
+            std::copy(c.col(e), c.col(e) + c.rows(), all.col(j));
+            if (!pids.push_back(unsigned(k + 1))) return false;
+        }
+        if (!first.push_back(unsigned(j)) || !types.push_back(m.blocks[k].type)) return false;
+    }
+    return true;
+}
 
 #if CLI_WRITES_STL
 /// The triangles of the surface blocks: triangles as they are, quadrangles split along the
@@ -409,37 +512,39 @@ bool write_mesh(const context& ctx, const std::string& path, format f, const mes
 #if CLI_WRITES_NASTRAN
     case format::nastran:
     {
-        // One matrix holding every block as a group of columns, padded with ~0u to the largest
-        // row count; each block's elements carry its number (from 1) as property identifier.
-        std::size_t rows = 0, cols = 0;
-        for (const block& b : m.blocks)
-            if (!b.connectM.empty())
-            {
-                rows = std::max(rows, b.connectM.rows());
-                cols += b.connectM.cols();
-            }
         dense2D<unsigned> all;
-        dense1D<unsigned> first(1, 0u), pids;
+        dense1D<unsigned> first, pids;
         dense1D<int> types;
-        if (!all.resize(rows, cols, qx7::undefined_index) || !pids.reserve(cols))
-            return fail_call(what, "NASTRAN_output", -199), false;
-        std::size_t j = 0;
-        for (std::size_t k = 0; k < m.blocks.size(); ++k)
-        {
-            const dense2D<unsigned>& c = m.blocks[k].connectM;
-            if (c.empty()) continue;
-            for (std::size_t e = 0; e < c.cols(); ++e, ++j)
-            {
-                std::copy(c.col(e), c.col(e) + c.rows(), all.col(j));
-                pids.push_back(unsigned(k + 1));
-            }
-            first.push_back(unsigned(j));
-            types.push_back(m.blocks[k].type);
-        }
+        if (!join_groups(m, all, first, types, pids)) return fail(what + ": out of memory"), false;
         function = "NASTRAN_output";
         code = mu::NASTRAN_output(path.c_str(), m.pos, all, first, types, pids);
         break;
     }
+#endif
+#if CLI_WRITES_FEMAP
+    case format::femap:
+    {
+        dense2D<unsigned> all;
+        dense1D<unsigned> first, pids;
+        dense1D<int> types;
+        if (!join_groups(m, all, first, types, pids)) return fail(what + ": out of memory"), false;
+        function = "FEMAP_output";
+        code = mu::FEMAP_output(path.c_str(), m.pos, all, first, types, pids);
+        break;
+    }
+#endif
+#if CLI_WRITES_OBJ
+    case format::obj:
+        if (m.top_dim() == 3)
+        {
+            fail(what + ": OBJ holds faces and lines and this mesh has solids (extract its "
+                        "boundary first with 'meshutil boundary')");
+            return false;
+        }
+        function = "WavefrontOBJ_output";
+        code =
+            mu::WavefrontOBJ_output(path.c_str(), m.pos, range.first(), range.last(), range.types);
+        break;
 #endif
 #if CLI_WRITES_STL
     case format::stl:
