@@ -473,19 +473,19 @@ int cmd_convert(const context& ctx)
         for (std::size_t k = 0; k < m.blocks.size(); ++k)
             m.blocks[k].connectM = range.mats[k];
         if (!ctx.quiet)
-            std::fprintf(stderr, "meshutil: merged %s, removed %s, dropped %s\n",
-                         plural(std::size_t(merged), "node", "nodes").c_str(),
-                         plural(removed, "collapsed element", "collapsed elements").c_str(),
-                         plural(std::size_t(dropped), "unused node", "unused nodes").c_str());
+            std::printf("merged %s, removed %s, dropped %s\n",
+                        plural(std::size_t(merged), "node", "nodes").c_str(),
+                        plural(removed, "collapsed element", "collapsed elements").c_str(),
+                        plural(std::size_t(dropped), "unused node", "unused nodes").c_str());
 #else
         return fail("--merge is not available in this build");
 #endif
     }
     if (!write_mesh(ctx, out, fo, m, ctx.flag("--binary"))) return exit_failure;
     if (!ctx.quiet)
-        std::fprintf(stderr, "meshutil: wrote %s (%s): %s, %s\n", out.c_str(), format_name(fo),
-                     plural(m.pos.cols(), "node", "nodes").c_str(),
-                     plural(m.nbr_elements(), "element", "elements").c_str());
+        std::printf("wrote %s (%s): %s, %s\n", out.c_str(), format_name(fo),
+                    plural(m.pos.cols(), "node", "nodes").c_str(),
+                    plural(m.nbr_elements(), "element", "elements").c_str());
     return exit_ok;
 }
 

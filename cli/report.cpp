@@ -47,6 +47,27 @@ const reason_entry reasons[] = {
     {"ensight_output", -3, "a connectivity does not have the row count of its type"},
     {"WavefrontOBJ_output", -1, "the file cannot be created or written"},
     {"FEMAP_output", -1, "the file cannot be created or written"},
+    {"medit_input", -2,
+     "malformed content: no MeshVersionFormatted first, a token that is not the number "
+     "expected, or fewer records than announced"},
+    {"medit_input", -3, "an element refers to a vertex that does not exist"},
+    {"medit_input", -4, "unsupported version (1 to 4) or dimension (1 to 3)"},
+    {"NASTRAN_input", -2,
+     "malformed bulk data: no BEGIN BULK or ENDDATA, a field that is not the number expected, or "
+     "an element with too few grids"},
+    {"NASTRAN_input", -3, "an element names a grid no GRID card defines, or an identifier repeats"},
+    {"NASTRAN_input", -4, "a GRID uses a coordinate system other than the basic one"},
+    {"FEMAP_input", -2,
+     "malformed neutral file: a block or record cut short, or a value that is not the number "
+     "expected"},
+    {"FEMAP_input", -3, "an element names a node no record defines, or an identifier repeats"},
+    {"FEMAP_input", -4, "an element topology this reader does not know"},
+    {"WavefrontOBJ_input", -2,
+     "malformed OBJ: a vertex with fewer than three numbers, a face with fewer than three "
+     "corners, or a reference that is not a number"},
+    {"WavefrontOBJ_input", -3, "a face or line refers to a vertex that does not exist"},
+    {"FEMAP_output", -3, "an element group does not have the row count of its type"},
+    {"WavefrontOBJ_output", -5, "OBJ cannot hold solid elements"},
     {"get_neighbors", -1, "the connectivity does not have the row count of its element type"},
     {"get_neighbors", -2, "the element type has no neighbour relation (quadratic or unknown)"},
     {"get_mesh_boundaries", -2, "the neighbour matrix does not match the mesh"},
@@ -257,6 +278,8 @@ std::string histogram_text(const qx7::misc::histogram& h, const char* indent)
                       static_cast<unsigned long long>(h.bin(k)));
         out += buf;
         out.append(len, '#');
+        while (!out.empty() && out.back() == ' ')
+            out.pop_back();
         out += '\n';
     }
     return out;

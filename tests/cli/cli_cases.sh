@@ -107,12 +107,16 @@ usage_errors)
     run 2 demo --n 0
     ;;
 missing_file)
+    any=0
     for f in stl medit nastran obj femap; do
         can_read $f || continue
+        any=1
         run 1 info "does-not-exist.$(ext_of $f)"
         contains err.txt "cannot open 'does-not-exist.$(ext_of $f)': No such file or directory"
+        run 1 convert "does-not-exist.$(ext_of $f)" out.mesh
+        contains err.txt "No such file or directory"
     done
-    need_read stl
+    ((any)) || skip "no reader"
     ;;
 unknown_extension)
     printf 'solid x\nendsolid x\n' > mesh.xyz
@@ -210,7 +214,7 @@ info)
     # A surface: the torus is closed, one piece.
     run 0 generate torus torus.mesh --n 3
     run 0 info torus.mesh
-    contains out.txt "triangles           72 (EL_TRIA3)"
+    contains out.txt "triangles           144 (EL_TRIA3)"
     if grep -q '^free boundaries' out.txt; then
         [[ $(info_value 'free boundaries') == 0 ]] || fail "torus free edges"
         [[ $(info_value 'subdomains') == 1 ]] || fail "torus subdomains"
@@ -299,7 +303,7 @@ convert_pairs)
     if can_write stl && can_read stl; then
         run 0 generate torus t.stl --binary --n 3
         run 0 info t.stl
-        contains out.txt "triangles           72 (EL_TRIA3)"
+        contains out.txt "triangles           144 (EL_TRIA3)"
         contains out.txt "nodes                 72,"
     fi
     ;;
@@ -330,8 +334,6 @@ write_only)
     ((any)) || skip "no writer"
     ;;
 merge)
-    need_write stl
-    need_read stl
     need_write medit
     need_read medit
     need_command convert x.mesh y.mesh --merge 0
@@ -339,9 +341,9 @@ merge)
     # collapses everything but a few elements, a tiny one changes nothing.
     run 0 generate square sq.mesh --n 4
     run 0 convert sq.mesh same.mesh --merge 1e-9
-    contains err.txt "merged 0 nodes"
+    contains out.txt "merged 0 nodes"
     run 0 convert sq.mesh coarse.mesh --merge 0.3
-    contains err.txt "merged"
+    contains out.txt "merged"
     run 0 info coarse.mesh
     ;;
 *)
