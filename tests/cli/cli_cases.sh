@@ -7,6 +7,9 @@ tool=$1
 work=$2/$3
 case_name=$3
 rm -rf "$work" && mkdir -p "$work" && cd "$work" || exit 1
+# Under the sanitizers a report must not pass for an ordinary failure (status 1).
+export ASAN_OPTIONS="${ASAN_OPTIONS:+$ASAN_OPTIONS:}exitcode=134"
+export UBSAN_OPTIONS="${UBSAN_OPTIONS:+$UBSAN_OPTIONS:}exitcode=134"
 
 fail() {
     echo "FAIL [$case_name]: $*" >&2
