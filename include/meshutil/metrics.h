@@ -371,6 +371,7 @@ MESHUTIL_API int bound_metric_gradations(const dense2D<double>& pos,
 
 /// Bounds the size shock of every edge of the node graph of connectM to g, in a metric field.
 /// See the section comment for the path of a metric, directions, frozen nodes and checks.
+/// @param[in]     pos, connectM, FE_type, nodes, nodes_frozen, direction, g  as the size form.
 /// @param[in,out] metrics  3 x n (2-D) or 6 x n (3-D) metric field, n above the largest node
 ///                         index of connectM; updated in place.
 /// @return the number of distinct nodes modified; 0 for an empty connectM or g == DBL_MAX; -1 pos
@@ -383,16 +384,32 @@ MESHUTIL_API int bound_metric_gradations(const dense2D<double>& pos,
                                          dense2D<double>& metrics) noexcept;
 
 /// Bounds the size variation |h_j - h_i| / d of every edge of the node graph of connectM to g,
-/// in an isotropic size field; a gap below 1e-12 d counts as none. Arguments, codes and
-/// complexity as bound_metric_gradations on sizes.
+/// in an isotropic size field; a gap below 1e-12 d counts as none. The engine, directions and
+/// frozen nodes are those of bound_metric_gradations, with the admissible gap g d per edge.
+/// @param[in]     pos, connectM, FE_type, nodes, nodes_frozen, direction  as
+///                bound_metric_gradations.
+/// @param[in]     g      largest admissible variation (size difference per unit length), >= 0.
+/// @param[in,out] sizes  one size per node, more entries than the largest node index of
+///                       connectM; updated in place.
+/// @return the number of distinct nodes modified; 0 for an empty connectM or g == DBL_MAX; -1 pos
+///         rows; -2 connectM; -4 nodes; -7 g; -8 sizes too short; -199 memory.
+/// Complexity: see the section comment.
 MESHUTIL_API int bound_metric_variations(const dense2D<double>& pos,
                                          const dense2D<unsigned>& connectM, element_type FE_type,
                                          const dense1D<unsigned>& nodes, bool nodes_frozen,
                                          int direction, double g, dense1D<double>& sizes) noexcept;
 
 /// Bounds the size variation of every edge of the node graph of connectM to g, in a metric
-/// field, the sizes being those along each edge. Arguments, codes and complexity as
-/// bound_metric_gradations on metrics.
+/// field, the sizes being those along each edge; metrics move as in bound_metric_gradations, to
+/// the fraction that leaves the gap g d along the edge.
+/// @param[in]     pos, connectM, FE_type, nodes, nodes_frozen, direction  as
+///                bound_metric_gradations.
+/// @param[in]     g        largest admissible variation, >= 0.
+/// @param[in,out] metrics  3 x n (2-D) or 6 x n (3-D) metric field, n above the largest node
+///                         index of connectM; updated in place.
+/// @return the number of distinct nodes modified; 0 for an empty connectM or g == DBL_MAX; -1 pos
+///         rows; -2 connectM; -4 nodes; -7 g; -8 metrics rows or columns; -199 memory.
+/// Complexity: see the section comment; each move costs one generalised eigen-decomposition.
 MESHUTIL_API int bound_metric_variations(const dense2D<double>& pos,
                                          const dense2D<unsigned>& connectM, element_type FE_type,
                                          const dense1D<unsigned>& nodes, bool nodes_frozen,

@@ -202,24 +202,33 @@ public:
     }
 
     /// Runs the propagation over nodes [0, n); returns the number of distinct nodes modified, or
-    /// -199 when the queue cannot grow. An entry that can only fail without effect, because its
-    /// node's direction is already fixed against the move (or the two sizes are equal), is not
-    /// queued: popping it would change nothing.
+    /// -199 when memory cannot be had.
+    ///
+    /// Entries (i, k) that move the same node i and were made at the same stamp S (the seeds of
+    /// i, or the edges of i after its modification at S) form a group: once one of them leads to
+    /// a move of i, all others are stale. So only the group's best entry is queued; when it is
+    /// popped and fails or is stale through k, the group's next entry (by key, then by graph
+    /// order) is queued in its place. As long as the group is alive, i and the neighbours that
+    /// still count are unchanged since S, so the keys kept from S are exact and the entries come
+    /// out of the queue in the order they would have as separate entries (ties aside). Entries
+    /// (k, i) that move the neighbours are queued one by one. An entry that can only fail without
+    /// effect, because its node's direction is already fixed against the move (or the two sizes
+    /// are equal), is not queued: popping it would change nothing.
     long run(std::size_t n, gradation_counters& counters) noexcept
     {
         gradation_queue queue;
+        const std::size_t nbr_entries = m_first[n];
+        if (!m_keys.resize(nbr_entries) || !m_wants.resize(nbr_entries)) return -199;
         for (unsigned i = 0; i < n; ++i)
         {
             if (m_state[i] == undefined_index) continue;
             for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
             {
-                const unsigned j = m_graph[k];
                 int order;
-                const double s = measure(i, j, order);
-                if (!(s > m_g) || !may_move(i, order)) continue;
-                if (!queue.push({gradation_key(s), 0, i, j})) return -199;
-                ++counters.pushes;
+                const double s = measure(i, m_graph[k], order);
+                keep(k, s, order);
             }
+            if (!push_next(queue, i, 0, -1.0f, 0, counters)) return -199;
         }
         unsigned stamp = 0;
         long count = 0;
@@ -229,12 +238,23 @@ public:
             const gradation_entry e = queue.pop();
             ++counters.pops;
             const unsigned i = e.node, j = e.neighbour;
-            if (m_state[i] > e.stamp || (m_state[j] != undefined_index && m_state[j] > e.stamp))
+            if (m_state[i] > e.stamp)
             {
                 ++counters.stale;
                 continue;
             }
-            if (!update(i, j)) continue;
+            // A group's entry: i is still as it was at the entry's stamp.
+            const bool group = m_state[i] == e.stamp;
+            bool moved = false;
+            if (m_state[j] != undefined_index && m_state[j] > e.stamp)
+                ++counters.stale;
+            else
+                moved = update(i, j);
+            if (!moved)
+            {
+                if (group && !push_next(queue, i, e.stamp, e.key, j, counters)) return -199;
+                continue;
+            }
             ++counters.updates;
             if (m_state[i] == 0) ++count;
             m_state[i] = ++stamp;
@@ -243,17 +263,12 @@ public:
                 const unsigned nb = m_graph[k];
                 int order;
                 const double s = measure(i, nb, order);
-                if (!(s > m_g)) continue;
-                const float key = gradation_key(s);
-                if (may_move(i, order))
-                {
-                    if (!queue.push({key, stamp, i, nb})) return -199;
-                    ++counters.pushes;
-                }
-                if (m_state[nb] == undefined_index || !may_move(nb, -order)) continue;
-                if (!queue.push({key, stamp, nb, i})) return -199;
+                keep(k, s, order);
+                if (!(s > m_g) || m_state[nb] == undefined_index || !may_move(nb, -order)) continue;
+                if (!queue.push({gradation_key(s), stamp, nb, i})) return -199;
                 ++counters.pushes;
             }
+            if (!push_next(queue, i, stamp, -1.0f, 0, counters)) return -199;
             // Stamps must stay below the frozen marker; 4e9 modifications end the run.
             if (stamp == undefined_index - 1) break;
         }
@@ -304,6 +319,45 @@ public:
 
 private:
     const double* x(unsigned i) const noexcept { return m_pos + i * m_pos_ld; }
+
+    /// Keeps the key of graph entry k (the edge from its node) for the node's group: the
+    /// measure's key when it exceeds g, else -1 (no entry); and the direction of the move.
+    void keep(unsigned k, double s, int order) noexcept
+    {
+        m_keys[k] = s > m_g && order != 0 ? gradation_key(s) : -1.0f;
+        m_wants[k] = order > 0 ? up : down;
+    }
+
+    /// Queues the best entry of the group of node i made at stamp S that comes after the entry
+    /// (after_key, neighbour after_j) in the order key descending, graph position ascending
+    /// (after_key < 0: from the start). Entries whose neighbour changed after S, or whose move
+    /// the direction of i now forbids, are passed over. False when the queue cannot grow.
+    bool push_next(gradation_queue& queue, unsigned i, unsigned S, float after_key,
+                   unsigned after_j, gradation_counters& counters) noexcept
+    {
+        const unsigned begin = m_first[i], end = m_first[i + 1];
+        unsigned after_pos = begin;
+        if (after_key >= 0.0f)
+            while (after_pos < end && m_graph[after_pos] != after_j)
+                ++after_pos;
+        const unsigned char d = m_dir[i];
+        unsigned best = end;
+        float best_key = -1.0f;
+        for (unsigned k = begin; k < end; ++k)
+        {
+            const float key = m_keys[k];
+            if (!(key > best_key) || (d != 0 && d != m_wants[k])) continue;
+            if (after_key >= 0.0f && (key > after_key || (key == after_key && k <= after_pos)))
+                continue;
+            const unsigned nb = m_graph[k];
+            if (m_state[nb] != undefined_index && m_state[nb] > S) continue;
+            best = k;
+            best_key = key;
+        }
+        if (best == end) return true;
+        ++counters.pushes;
+        return queue.push({best_key, S, i, m_graph[best]});
+    }
 
     /// False when a move of `node` towards a neighbour whose size compares as `order` (see
     /// measure) must fail without any effect: equal sizes, or a direction already fixed the
@@ -547,7 +601,9 @@ private:
     unsigned char* m_dir;
     bool m_any_frozen;
     double m_g;
-    double m_step; ///< admissible size gap per unit length: ln(1 + g), or g for variations
+    double m_step;         ///< admissible size gap per unit length: ln(1 + g), or g for variations
+    dense1D<float> m_keys; ///< per graph entry: key of the edge in its node's group
+    dense1D<unsigned char> m_wants; ///< per graph entry: direction of the move along it
 };
 
 /// Checks, set-up and run of a gradation; field points to the first value (or column) of a field
