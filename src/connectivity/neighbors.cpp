@@ -17,16 +17,12 @@ int get_element_boundaries(const dense2D<unsigned>& connectM, element_type FE_ty
     const unsigned R = boundary_record_size(FE_type);
     if (!boundaries.empty() && boundaries.rows() != R) return -2;
 
-    unsigned record[4];
     for (std::size_t j = 0, n = connectM.cols(); j < n; ++j)
     {
         const unsigned* p = connectM.col(j);
         const local_boundaries& t = detail::column_table(FE_type, p);
         for (unsigned k = 0; k < t.count; ++k)
-        {
-            detail::boundary_record(t, p, k, R, record);
-            if (!append_column(boundaries, record, R)) return -199;
-        }
+            if (!detail::append_boundary(boundaries, t, p, k, R)) return -199;
     }
     return 0;
 }
