@@ -50,9 +50,8 @@ constexpr femap_topology topo_wedge15 = {
 constexpr femap_topology topo_brick20 = {
     12, 20, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19}};
 /// Pyramids as collapsed bricks: base in slots 0-3, apex in 4-7 (and 16-19 for 13 nodes).
-constexpr femap_topology topo_pyram5 = {8, 8, {0, 1, 2, 3, 4, 5, 6, 7}};
-constexpr femap_topology topo_pyram13 = {
-    12, 20, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19}};
+constexpr femap_topology topo_pyram5 = {8, 5, {0, 1, 2, 3, 4}};
+constexpr femap_topology topo_pyram13 = {12, 13, {0, 1, 2, 3, 4, 8, 9, 10, 11, 12, 13, 14, 15}};
 
 /// Topology used to write a plain shape; nullptr when none.
 const femap_topology* topology_of(element_type t) noexcept
