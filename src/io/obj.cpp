@@ -194,7 +194,9 @@ int read_obj(const char* filename, obj_reader& r) noexcept
         if (got == detail::scan_overlong) return -2;
         if (got == detail::scan_end)
         {
-            if (pending) return r.statement(joined.data(), joined.data() + joined.size());
+            // A continuation mark on the last line: the statement ends with the file.
+            if (pending)
+                if (int rc = r.statement(joined.data(), joined.data() + joined.size())) return rc;
             break;
         }
         if (first_line && e - b >= 3 && std::memcmp(b, "\xEF\xBB\xBF", 3) == 0) b += 3;

@@ -89,6 +89,7 @@ TEST(obj, malformed_files_give_their_code_and_empty_outputs)
         {v3 + "f 1// 2 3\n", -2},
         {v3 + "l 1\n", -2},
         {v3 + "f 1 2 4\n", -3},
+        {"f 1 2 3 \\", -3},
         {v3 + "f -1 -2 -4\n", -3},
         {v3 + "f 1/1 2/1 3/1\n", -3},
         {v3 + "f 1//-1 2 3\n", -3},
