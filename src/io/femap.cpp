@@ -118,7 +118,7 @@ void fill_slots(element_type t, const unsigned* p, unsigned* slots) noexcept
         return;
     }
     unsigned count;
-    const unsigned* order = detail::nastran_order(t, count);
+    const unsigned char* order = detail::nastran_order(t, count);
     for (unsigned k = 0; k < count; ++k)
         slots[topo->slots[k]] = p[order[k]] + 1;
     if (t == EL_PYRAM5 || t == EL_PYRAM14)
@@ -482,9 +482,9 @@ int FEMAP_output(const char* filename, const dense2D<double>& pos,
         if (connectM.rows() < r) return -3;
         if (!check_IDs(connectM.sub_matrix(0, first[k], r, n), t, nbr_nodes_pos)) return -3;
     }
-    std::FILE* f = std::fopen(filename, "w");
-    if (!f) return -1;
-    detail::file_closer closer(f);
+    io::file_handle file(filename, "w");
+    if (!file) return -1;
+    std::FILE* f = file.get();
     std::fputs(femap_delimiter, f);
     std::fprintf(f, femap_block, 100);
     std::fputs(femap_header, f);
@@ -524,8 +524,7 @@ int FEMAP_output(const char* filename, const dense2D<double>& pos,
     }
     std::fputs(femap_delimiter, f);
     if (std::ferror(f)) return -1;
-    closer.f = nullptr;
-    return std::fclose(f) == 0 ? 0 : -1;
+    return file.close() ? 0 : -1;
 }
 
 int FEMAP_output(const char* filename, const dense2D<double>& pos,

@@ -1,4 +1,5 @@
 // Wavefront OBJ files: polygonal geometry (vertices, faces, lines) read and written.
+#include "io/io_private.h"
 #include "io/scanner.h"
 
 #include <cstring>
@@ -265,9 +266,9 @@ int WavefrontOBJ_output(const char* filename, const dense2D<double>& pos,
     const unsigned nbr_nodes_pos = unsigned(pos.cols());
     for (std::size_t k = 0; k < nbr_mat; ++k)
         if (!check_IDs(first[k], element_type(element_types[k]), nbr_nodes_pos)) return -3;
-    std::FILE* f = std::fopen(filename, "w");
-    if (!f) return -1;
-    detail::file_closer closer(f);
+    io::file_handle file(filename, "w");
+    if (!file) return -1;
+    std::FILE* f = file.get();
     std::fputs(obj_banner, f);
     const bool planar = pos.rows() == 2;
     for (std::size_t j = 0; j < pos.cols(); ++j)
@@ -294,8 +295,7 @@ int WavefrontOBJ_output(const char* filename, const dense2D<double>& pos,
         }
     }
     if (std::ferror(f)) return -1;
-    closer.f = nullptr;
-    return std::fclose(f) == 0 ? 0 : -1;
+    return file.close() ? 0 : -1;
 }
 
 int WavefrontOBJ_output(const char* filename, const dense2D<double>& pos,

@@ -3,6 +3,7 @@
 // records into one connectivity with groups (never installed).
 #pragma once
 
+#include "io/io_private.h"
 #include "model/model_private.h"
 
 #include <cstdint>
@@ -136,71 +137,17 @@ inline int assemble_elements(const element_records& rec, const dense1D<unsigned>
     return 0;
 }
 
-/// Positions of the library's local nodes in the order NASTRAN cards list their grids (corners,
-/// then mid-edge nodes; tetrahedra turned the other way): card grid p is local node order[p].
-/// Sets count to the number of grids; nullptr for a type without a card. Quadratic types whose
-/// face or centre nodes have no grid list fewer grids than they have rows.
-inline const unsigned* nastran_order(element_type t, unsigned& count) noexcept
+/// Grid order of NASTRAN cards (card grid p is local node order[p]), from the writer's table;
+/// sets count to the number of grids. EL_NODE and EL_EDGE_MIX take their nodes in order; the
+/// other types without a card give count 0.
+inline const unsigned char* nastran_order(element_type t, unsigned& count) noexcept
 {
-    static constexpr unsigned identity[20] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,
-                                              10, 11, 12, 13, 14, 15, 16, 17, 18, 19};
-    static constexpr unsigned tria6[6] = {0, 1, 2, 5, 3, 4};
-    static constexpr unsigned tetra[10] = {0, 2, 1, 3, 5, 4, 6, 7, 9, 8};
-    static constexpr unsigned penta15[15] = {0, 1, 2, 3, 4, 5, 11, 9, 10, 6, 7, 8, 14, 12, 13};
-    static constexpr unsigned hexa20[20] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,
-                                            10, 11, 16, 17, 18, 19, 12, 13, 14, 15};
-    switch (t)
-    {
-    case EL_NODE:
-        count = 1;
-        return identity;
-    case EL_EDGE2:
-    case EL_EDGE3:
-    case EL_EDGE_MIX:
-        count = 2;
-        return identity;
-    case EL_TRIA3:
-        count = 3;
-        return identity;
-    case EL_QUAD4:
-        count = 4;
-        return identity;
-    case EL_TRIA6:
-        count = 6;
-        return tria6;
-    case EL_QUAD8:
-    case EL_QUAD9:
-        count = 8;
-        return identity;
-    case EL_TETRA4:
-        count = 4;
-        return tetra;
-    case EL_TETRA10:
-        count = 10;
-        return tetra;
-    case EL_PYRAM5:
-        count = 5;
-        return identity;
-    case EL_PYRAM14:
-        count = 13;
-        return identity;
-    case EL_PENTA6:
-        count = 6;
-        return identity;
-    case EL_PENTA18:
-        count = 15;
-        return penta15;
-    case EL_HEXA8:
-        count = 8;
-        return identity;
-    case EL_HEXA20:
-    case EL_HEXA27:
-        count = 20;
-        return hexa20;
-    default:
-        count = 0;
-        return nullptr;
-    }
+    static constexpr unsigned char in_order[2] = {0, 1};
+    count = t == EL_NODE ? 1 : t == EL_EDGE_MIX ? 2 : 0;
+    if (count) return in_order;
+    if (unsigned(t) >= nbr_element_types) return in_order;
+    count = io::nastran_layouts[t].count;
+    return io::nastran_layouts[t].nodes;
 }
 
 /// Places grids listed in NASTRAN order into the library's local order: lib receives
@@ -208,7 +155,7 @@ inline const unsigned* nastran_order(element_type t, unsigned& count) noexcept
 inline void from_nastran_order(element_type t, const unsigned* grids, unsigned* lib) noexcept
 {
     unsigned count;
-    const unsigned* order = nastran_order(t, count);
+    const unsigned char* order = nastran_order(t, count);
     for (unsigned i = 0, r = nbr_nodes(t); i < r; ++i)
         lib[i] = undefined_index;
     for (unsigned p = 0; p < count; ++p)

@@ -15,19 +15,6 @@
 namespace qx7::meshutil::detail
 {
 
-/// Closes a stdio file on every path.
-struct file_closer
-{
-    std::FILE* f = nullptr;
-    explicit file_closer(std::FILE* file) noexcept : f(file) {}
-    file_closer(const file_closer&) = delete;
-    file_closer& operator=(const file_closer&) = delete;
-    ~file_closer()
-    {
-        if (f) std::fclose(f);
-    }
-};
-
 /// Results of the scanner's getters.
 enum scan_result
 {

@@ -65,7 +65,7 @@ void print_element(element_type t, long ref, const unsigned* p, bool nastran)
 {
     std::printf("%s %ld", kind_name(t), ref);
     unsigned count = nbr_nodes(t);
-    const unsigned* order = nastran ? detail::nastran_order(t, count) : nullptr;
+    const unsigned char* order = nastran ? detail::nastran_order(t, count) : nullptr;
     for (unsigned k = 0; k < count; ++k)
         std::printf(" %u", p[order ? order[k] : k]);
     std::printf("\n");
