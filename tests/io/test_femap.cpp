@@ -174,70 +174,28 @@ TEST(femap, writer_checks_in_order_and_creates_no_file)
 
 TEST(femap, round_trip_of_every_type_is_exact)
 {
-    // One group per type, separated so that no two groups of one family touch; the rows a
-    // neutral file cannot hold come back as ~0u (PYRAM14: 13, PENTA18: 15-17) or are dropped
-    // (QUAD9, HEXA27: written as QUAD8, HEXA20).
-    const element_type written[] = {EL_TRIA3,   EL_NODE,     EL_HEXA27,  EL_QUAD4,     EL_EDGE2,
-                                    EL_TETRA4,  EL_EDGE3,    EL_PYRAM5,  EL_TRIA6,     EL_PENTA6,
-                                    EL_QUAD8,   EL_HEXA8,    EL_QUAD9,   EL_TETRA10,   EL_UNKNOWN,
-                                    EL_PYRAM14, EL_FACE_MIX, EL_PENTA18, EL_SOLID_MIX, EL_HEXA20};
-    std::mt19937 gen(3);
-    const unsigned n = 60, per_group = 3, G = sizeof written / sizeof written[0];
-    dense2D<double> pos(3, n);
-    for (unsigned j = 0; j < n; ++j)
-        for (int i = 0; i < 3; ++i)
-            pos(i, j) = std::ldexp(double(gen()), int(gen() % 40) - 60) - 1.0;
-    dense2D<unsigned> connectM(27, G * per_group, U);
-    dense1D<unsigned> first(G + 1), PIDs(G * per_group);
-    dense1D<int> types(G);
-    for (unsigned k = 0; k < G; ++k)
-    {
-        first[k] = k * per_group, types[k] = written[k];
-        for (unsigned c = 0; c < per_group; ++c)
-        {
-            unsigned j = k * per_group + c, r = nbr_nodes(written[k]);
-            PIDs[j] = 1 + gen() % 4;
-            if (written[k] == EL_FACE_MIX) r = c == 1 ? 3 : 4;
-            if (written[k] == EL_SOLID_MIX) r = 4 + c * 2; // tetra, pentahedron, hexahedron
-            std::vector<unsigned> nodes(n);
-            std::iota(nodes.begin(), nodes.end(), 0u);
-            std::shuffle(nodes.begin(), nodes.end(), gen);
-            for (unsigned i = 0; i < r; ++i)
-                connectM(i, j) = nodes[i];
-        }
-    }
-    first[G] = G * per_group;
+    // One group per type, separated so that no two groups of one family touch; QUAD9 and
+    // HEXA27 come back as QUAD8 and HEXA20 (centre nodes dropped).
+    const std::vector<element_type> written = {
+        EL_TRIA3,   EL_NODE,    EL_HEXA27,   EL_QUAD4,   EL_EDGE2,     EL_TETRA4, EL_EDGE3,
+        EL_PYRAM5,  EL_TRIA6,   EL_PENTA6,   EL_QUAD8,   EL_HEXA8,     EL_QUAD9,  EL_TETRA10,
+        EL_UNKNOWN, EL_PYRAM14, EL_FACE_MIX, EL_PENTA18, EL_SOLID_MIX, EL_HEXA20, EL_EDGE_MIX};
+    grouped_sample s(written, 3, 60, 3);
     std::string path = out_path("all_types.neu");
-    ASSERT_EQ(FEMAP_output(path.c_str(), pos, connectM, first, types, PIDs), 0);
+    ASSERT_EQ(FEMAP_output(path.c_str(), s.pos, s.connectM, s.first, s.types, s.PIDs), 0);
     grouped_mesh m;
     ASSERT_EQ(m.read(path), 0);
-    ASSERT_EQ(m.pos.cols(), n);
-    for (unsigned j = 0; j < n; ++j)
-        EXPECT_EQ(column(m.pos, j), column(pos, j));
-    ASSERT_EQ(m.types.size(), G - 1u);
-    ASSERT_EQ(m.connectM.cols(), (G - 1) * per_group);
-    for (unsigned k = 0, kr = 0; k < G; ++k)
-    {
-        if (written[k] == EL_UNKNOWN) continue;
-        element_type expect = written[k] == EL_QUAD9    ? EL_QUAD8
-                              : written[k] == EL_HEXA27 ? EL_HEXA20
-                                                        : written[k];
-        EXPECT_EQ(m.types[kr], expect) << "group " << k;
-        for (unsigned c = 0; c < per_group; ++c)
-        {
-            unsigned jr = m.first[kr] + c, j = k * per_group + c;
-            EXPECT_EQ(m.element_IDs[jr], j + 1);
-            EXPECT_EQ(m.PIDs[jr], PIDs[j]);
-            for (unsigned i = 0; i < m.connectM.rows(); ++i)
-            {
-                bool lost = (expect == EL_PYRAM14 && i == 13) ||
-                            (expect == EL_PENTA18 && i >= 15) || i >= nbr_nodes(expect);
-                EXPECT_EQ(m.connectM(i, jr), lost ? U : connectM(i, j))
-                    << "type " << expect << " row " << i;
-            }
-        }
-        ++kr;
-    }
+    ASSERT_EQ(m.pos.cols(), s.pos.cols());
+    for (unsigned j = 0; j < s.pos.cols(); ++j)
+        EXPECT_EQ(column(m.pos, j), column(s.pos, j));
+    expect_groups(s, written, m.connectM, m.first, m.types, m.PIDs, m.element_IDs, {EL_UNKNOWN},
+                  [](element_type t)
+                  {
+                      return t == EL_QUAD9      ? EL_QUAD8
+                             : t == EL_HEXA27   ? EL_HEXA20
+                             : t == EL_EDGE_MIX ? EL_EDGE2
+                                                : t;
+                  });
 }
 
 TEST(femap, every_prefix_reads_or_fails_cleanly)

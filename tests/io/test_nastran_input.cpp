@@ -194,3 +194,39 @@ TEST(nastran_input, every_prefix_reads_or_fails_cleanly)
                         }
                     });
 }
+
+TEST(nastran_input, reads_back_what_the_writer_wrote)
+{
+    // Groups without a card are skipped but keep their identifiers; EL_EDGE3 comes back as its
+    // end nodes, QUAD9 and HEXA27 without their centres, PYRAM14 and PENTA18 with ~0u where the
+    // card has no grid.
+    const std::vector<element_type> written = {
+        EL_TRIA3,   EL_NODE,    EL_HEXA27,   EL_QUAD4,   EL_EDGE2,  EL_TETRA4,  EL_EDGE3,
+        EL_PYRAM5,  EL_TRIA6,   EL_PENTA6,   EL_QUAD8,   EL_HEXA8,  EL_QUAD9,   EL_TETRA10,
+        EL_UNKNOWN, EL_PYRAM14, EL_FACE_MIX, EL_PENTA18, EL_HEXA20, EL_EDGE_MIX};
+    // (EL_SOLID_MIX groups need a matrix of exactly 8 rows in this writer: see the FEMAP test.)
+    grouped_sample s(written, 3, 60, 11);
+    std::string path = out_path("writer.nas");
+    ASSERT_EQ(NASTRAN_output(path.c_str(), s.pos, s.connectM, s.first, s.types, s.PIDs), 0);
+    deck d;
+    ASSERT_EQ(d.read(path), 0);
+    ASSERT_EQ(d.pos.cols(), s.pos.cols());
+    for (unsigned j = 0; j < s.pos.cols(); ++j)
+    {
+        EXPECT_EQ(d.node_IDs[j], j + 1);
+        EXPECT_EQ(column(d.pos, j), column(s.pos, j));
+    }
+    // EL_EDGE3 keeps its end nodes only: blank its middle row in the reference.
+    for (unsigned k = 0; k < written.size(); ++k)
+        if (written[k] == EL_EDGE3)
+            for (unsigned j = s.first[k]; j < s.first[k + 1]; ++j)
+                s.connectM(2, j) = U;
+    expect_groups(s, written, d.connectM, d.first, d.types, d.PIDs, d.element_IDs,
+                  {EL_UNKNOWN, EL_NODE, EL_EDGE_MIX},
+                  [](element_type t) {
+                      return t == EL_QUAD9    ? EL_QUAD8
+                             : t == EL_HEXA27 ? EL_HEXA20
+                             : t == EL_EDGE3  ? EL_EDGE2
+                                              : t;
+                  });
+}
