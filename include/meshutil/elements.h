@@ -13,8 +13,9 @@ namespace qx7::meshutil
 /// Shape of the columns of a connectivity matrix. The three mixed types pack several shapes in a
 /// fixed number of rows, the unused rows holding ~0u: EL_EDGE_MIX (2 rows), EL_FACE_MIX (4 rows;
 /// ~0u in row 3 marks a triangle), EL_SOLID_MIX (8 rows; the first ~0u in row 4, 5 or 6 marks a
-/// tetrahedron, pyramid or wedge, none a hexahedron).
-enum element_type
+/// tetrahedron, pyramid or wedge, none a hexahedron). The underlying type is fixed (int), so a value
+/// outside 0 to 20 is representable: the lookups answer 0 for it and the checks reject it.
+enum element_type : int
 {
     EL_UNKNOWN = 0,
     EL_NODE = 1,
