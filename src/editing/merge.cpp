@@ -214,18 +214,25 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
             id = id * dims[i] + cell_of(i, p[i]);
         return id;
     };
+    // Items carry their coordinates and their position in B (fixed in advance: at step j a node
+    // was handled when its position is at most j), so a scan reads one contiguous block.
     struct item
     {
         double c[D];
-        unsigned node;
+        unsigned node, rank;
     };
-    dense1D<unsigned> start, rank;
+    dense1D<unsigned> start, rank, cell;
     dense1D<item> items;
-    if (!start.resize(nbr_cells + 1, 0u) || !items.resize(na) ||
+    if (!start.resize(nbr_cells + 1, 0u) || !items.resize(na) || !cell.resize(na) ||
         !rank.resize(pos.cols(), undefined_index))
         return -199;
+    for (std::size_t j = 0; j < B.size(); ++j)
+        rank[B[j]] = unsigned(j);
     for (std::size_t k = 0; k < na; ++k)
-        ++start[cell_id(pos.col(A[k])) + 1];
+    {
+        cell[k] = unsigned(cell_id(pos.col(A[k])));
+        ++start[cell[k] + 1];
+    }
     std::uint64_t crowding = 0;
     for (std::size_t c = 0; c < nbr_cells; ++c)
     {
@@ -236,10 +243,11 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
     for (std::size_t k = 0; k < na; ++k)
     {
         const double* p = pos.col(A[k]);
-        item& it = items[start[cell_id(p)]++];
+        item& it = items[start[cell[k]]++];
         for (unsigned i = 0; i < D; ++i)
             it.c[i] = p[i];
         it.node = A[k];
+        it.rank = rank[A[k]];
     }
     for (std::size_t c = nbr_cells; c > 0; --c)
         start[c] = start[c - 1];
@@ -250,7 +258,6 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
     for (std::size_t j = 0; j < B.size(); ++j)
     {
         const unsigned b = B[j];
-        rank[b] = unsigned(j);
         const double* p = pos.col(b);
         std::size_t first[D], last[D], at[D];
         bool finite = true;
@@ -271,7 +278,7 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
             for (unsigned k = start[id], e = start[id + 1]; k < e; ++k)
             {
                 const unsigned a = items[k].node;
-                if (rank[a] <= j || m[a] != a || !within<D>(p, items[k].c, tol)) continue;
+                if (items[k].rank <= j || !within<D>(p, items[k].c, tol) || m[a] != a) continue;
                 m[a] = b;
                 ++count;
             }
