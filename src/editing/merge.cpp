@@ -47,7 +47,10 @@ void resolve_in_order(dense1D<unsigned>& map, const dense1D<unsigned>& A,
         if (rank[A[i]] == undefined_index) m[A[i]] = m[m[A[i]]];
 }
 
-/// Pairs from a k-d tree over A, one closed-box search per node of B.
+/// Pairs from a k-d tree over A, one closed-box search per node of B. The pairs (j, a) come in
+/// increasing j and a node keeps the first j that reaches it, so applying each pair as it is
+/// found gives the map that sorting all pairs by (j, a) and applying them in that order gives
+/// (for one j the nodes a are distinct): no pair list is kept.
 template <unsigned D>
 int merge_tree(const dense2D<double>& pos, const dense1D<unsigned>& A, const dense1D<unsigned>& B,
                dense1D<unsigned>& map, double tol) noexcept
