@@ -180,14 +180,15 @@ void edge_qualities_tetrahedra(benchmark::State& state)
     for (auto _ : state)
     {
         misc::histogram histo(0.0, 3.0, 30);
-        count = edge_qualities(pos, M, EL_TETRA4, sizes, histo, none);
+        count = anisotropic ? edge_qualities(pos, M, EL_TETRA4, metrics, histo, none)
+                            : edge_qualities(pos, M, EL_TETRA4, sizes, histo, none);
         if (count < 0) state.SkipWithError("failed");
         benchmark::DoNotOptimize(histo.sum());
     }
     state.SetItemsProcessed(state.iterations() * std::int64_t(count));
     state.SetLabel(anisotropic ? "metrics" : "sizes");
 }
-BENCHMARK(edge_qualities_tetrahedra)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK(edge_qualities_tetrahedra)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
 /// Items: the edges.
 void size_shocks_tetrahedra(benchmark::State& state)
