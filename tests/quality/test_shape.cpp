@@ -338,6 +338,23 @@ TEST(shape, nearly_degenerate_elements_stay_small_and_signed)
     EXPECT_LT(qw, 0.95);
 }
 
+TEST(shape, warped_bases_and_planar_coordinates)
+{
+    // Lifting one base corner of the pyramid warps its base: lower, still positive.
+    Nodes pyramid = ideal_elements()[3].nodes;
+    const double q0 = quality_of(pyramid, 3, EL_PYRAM5);
+    pyramid[2][2] = 0.3;
+    const double q1 = quality_of(pyramid, 3, EL_PYRAM5);
+    EXPECT_GT(q1, 0.0);
+    EXPECT_LT(q1, q0 - 0.05);
+    // Solids on 2-row coordinates read z = 0: flat, quality 0 (the planar warp factor is 1).
+    for (const auto& e : ideal_elements())
+        if (!is_planar_type(e.type))
+        {
+            EXPECT_EQ(quality_of(e.nodes, 2, e.type), 0.0) << e.name;
+        }
+}
+
 TEST(shape, mixed_matrices_match_pure_ones)
 {
     std::mt19937_64 gen(17);
