@@ -5,7 +5,7 @@ shape_qualities, on the same meshes (the ones bench_quality.cpp generates: 998,2
 
 Usage: bench/compare_quality.py [path/to/bench_quality]   (default build-bench/bench/bench_quality)
 
-VTK is timed on vtkMeshQuality.Update() alone (the grid is built beforehand), best of 3, CPU
+VTK is timed on vtkMeshQuality.Update() alone (the grid is built beforehand), best of 5, CPU
 time; ours is the CPU time per iteration that Google Benchmark reports for the same meshes. The
 measures differ (VTK's Shape is a Jacobian-based measure, ours the measures of this library), both
 map the ideal element to 1.
@@ -81,7 +81,7 @@ def vtk_grid(points, cells, cell_type):
 def time_vtk(grid, kind):
     best = float("inf")
     mean = 0.0
-    for _ in range(3):
+    for _ in range(5):
         f = vtk.vtkMeshQuality()
         f.SetInputData(grid)
         getattr(f, "Set%sQualityMeasureToShape" % kind)()
@@ -96,7 +96,7 @@ def time_vtk(grid, kind):
 def main():
     exe = sys.argv[1] if len(sys.argv) > 1 else "build-bench/bench/bench_quality"
     out = subprocess.run(
-        [exe, "--benchmark_filter=^shape_", "--benchmark_format=json", "--benchmark_repetitions=3",
+        [exe, "--benchmark_filter=^shape_", "--benchmark_format=json", "--benchmark_repetitions=5",
          "--benchmark_report_aggregates_only=false"],
         check=True, capture_output=True, text=True).stdout
     ours = {}
