@@ -251,9 +251,9 @@ private:
 
 // ------------------------------------------------------------------------------------ records
 
-/// How one element type is written by a format: its keyword (or numeric code) and the local
-/// nodes written, in file order. A null keyword with code 0 means the format has no record for
-/// the type.
+/// How one element type is written by a format: its keyword (the VTK table names its cells and
+/// gives their type code) and the local nodes written, in file order. A null keyword means the
+/// format has no record for the type.
 struct element_layout
 {
     const char* keyword;

@@ -1,9 +1,8 @@
 // medit formatted mesh files and solution files.
 #include "io/io_private.h"
 
+#include <exception>
 #include <meshutil/io.h>
-#include <new>
-#include <stdexcept>
 #include <vector>
 
 namespace qx7::meshutil
