@@ -249,6 +249,14 @@ private:
     bool m_failed = false;
 };
 
+/// Writes what out holds and closes the file: 0, or -1 when a write or the closing failed.
+inline int finish(text_writer& out, file_handle& file) noexcept
+{
+    bool written = out.finish();
+    bool closed = file.close();
+    return written && closed ? 0 : -1;
+}
+
 // ------------------------------------------------------------------------------------ records
 
 /// How one element type is written by a format: its keyword (the VTK table names its cells and
