@@ -2,6 +2,7 @@
 // sort into offset form, permutation, bounding boxes, version.
 #include "model/model_private.h"
 
+#include <meshutil/editing.h>
 #include <meshutil/elements.h>
 
 namespace qx7::meshutil
@@ -388,37 +389,10 @@ template <std::size_t D>
 int box_connectivity(const dense2D<double>& pos, const dense2D<unsigned>& connectM,
                      vector_fixed<double, D>& lo, vector_fixed<double, D>& hi)
 {
-    const std::size_t n = pos.cols(), rows = connectM.rows(),
-                      cols = connectM.empty() ? 0 : connectM.cols();
-    // The checks of the node-list form, on the list of distinct nodes: empty list, rows, range.
-    bool any = false, out_of_range = false;
-    for (std::size_t j = 0; j < cols; ++j)
-    {
-        const unsigned* p = connectM.col(j);
-        for (std::size_t i = 0; i < rows; ++i)
-            if (p[i] != undefined_index)
-            {
-                any = true;
-                if (p[i] >= n) out_of_range = true;
-            }
-    }
-    if (!any) return 0;
-    if (pos.rows() != D) return -1;
-    if (out_of_range) return -2;
-    // Distinct nodes in order of first appearance: a node's first occurrence grows the box.
-    dense1D<unsigned char> seen;
-    if (!seen.resize(n, 0)) return -199;
-    for (std::size_t j = 0; j < cols; ++j)
-    {
-        const unsigned* p = connectM.col(j);
-        for (std::size_t i = 0; i < rows; ++i)
-            if (p[i] != undefined_index && !seen[p[i]])
-            {
-                seen[p[i]] = 1;
-                grow_box(pos.col(p[i]), lo, hi);
-            }
-    }
-    return 0;
+    // The node-list form over the distinct nodes in order of first appearance.
+    dense1D<unsigned> list;
+    if (unique_indices(list, connectM) != 0) return -199;
+    return box_list(pos, list, lo, hi);
 }
 
 } // namespace

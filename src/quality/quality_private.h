@@ -1,4 +1,5 @@
-// Per-edge kernels of the quality family, shared with the metric gradation (never installed).
+// Kernels of the quality family (never installed): per-element shape qualities, and per-edge
+// lengths and shocks in a size field, the latter shared with the metric gradation.
 //
 // A size field is either one size h per node (isotropic) or one packed metric per node: 3 values
 // M11, M12, M22 in 2-D, 6 values M11, M12, M22, M13, M23, M33 in 3-D. The size is taken to vary
@@ -9,6 +10,8 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <cstddef>
+#include <meshutil/elements.h>
 
 namespace qx7::meshutil::detail
 {
@@ -130,6 +133,415 @@ inline double aniso_edge_shock(const double* xi, const double* xj, const double*
     const double L = metric_edge_length<DIM>(e, Mi, Mj, li, lj);
     if (L == 0.0) return same_metric<DIM>(Mi, Mj) ? 0.0 : DBL_MAX;
     return shock_of_lengths(li, lj, L, false);
+}
+
+/// The element_type held in an int of a type vector; EL_UNKNOWN for a value outside 0 to 20.
+inline element_type to_element_type(int t) noexcept
+{
+    return t >= 0 && t < static_cast<int>(nbr_element_types) ? static_cast<element_type>(t)
+                                                             : EL_UNKNOWN;
+}
+
+// ------------------------------------------------------------------------------------ shapes
+//
+// Every kernel takes pointers to the coordinates of the element's nodes (2 values each for the
+// planar kernels, 3 otherwise) and returns the quality: 1 for the ideal element, tending to 0
+// as it flattens, negative when inverted (planar faces and solids).
+
+/// Below this a quality counts as degenerate or inverted.
+inline constexpr double q_degenerate = 1e-12;
+/// Between q_degenerate and this, a quality is recomputed more carefully.
+inline constexpr double q_doubtful = 1e-10;
+/// Pyramid qualities below this (1e-12 x 24 sqrt(3)) are checked on the four sub-tetrahedra.
+inline constexpr double q_pyram_doubtful = 4.1569219381653057e-11;
+
+/// min(q, 1), then max(., -1).
+inline double clamp_quality(double q) noexcept
+{
+    return std::max(std::min(q, 1.0), -1.0);
+}
+
+inline void sub3(const double* a, const double* b, double* d) noexcept
+{
+    d[0] = a[0] - b[0];
+    d[1] = a[1] - b[1];
+    d[2] = a[2] - b[2];
+}
+inline double dot3(const double* a, const double* b) noexcept
+{
+    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+}
+inline void cross3(const double* a, const double* b, double* c) noexcept
+{
+    c[0] = a[1] * b[2] - a[2] * b[1];
+    c[1] = a[2] * b[0] - a[0] * b[2];
+    c[2] = a[0] * b[1] - a[1] * b[0];
+}
+/// det(a, b, c) = a . (b x c).
+inline double det3(const double* a, const double* b, const double* c) noexcept
+{
+    double bc[3];
+    cross3(b, c, bc);
+    return dot3(a, bc);
+}
+/// Squared distance of two 3-D points.
+inline double dist2_3(const double* a, const double* b) noexcept
+{
+    double d[3];
+    sub3(a, b, d);
+    return dot3(d, d);
+}
+
+/// Triangle quality, one pass: 2 sqrt(3) A2 / ((sum of edges) x (longest edge)) with A2 twice
+/// the area, signed in the plane (positive counter-clockwise), unsigned in space; 0 for a triangle
+/// without length.
+template <unsigned DIM>
+inline double tria_quality_once(const double* p0, const double* p1, const double* p2) noexcept
+{
+    double u[DIM], w[DIM], d[DIM];
+    for (unsigned k = 0; k < DIM; ++k)
+    {
+        u[k] = p0[k] - p2[k];
+        w[k] = p1[k] - p2[k];
+        d[k] = u[k] - w[k];
+    }
+    const double uu = norm2<DIM>(u), ww = norm2<DIM>(w);
+    const double lu = std::sqrt(uu), lw = std::sqrt(ww), ld = std::sqrt(norm2<DIM>(d));
+    const double D = (lu + lw + ld) * std::max(std::max(lu, lw), ld);
+    double A2;
+    if constexpr (DIM == 2)
+        A2 = u[0] * w[1] - u[1] * w[0];
+    else
+    {
+        const double uw = u[0] * w[0] + u[1] * w[1] + u[2] * w[2];
+        A2 = std::sqrt(std::max(0.0, uu * ww - uw * uw));
+    }
+    const double q = D > 0.0 ? 3.4641016151377544 * A2 / D : 0.0;
+    return clamp_quality(q);
+}
+
+/// Triangle quality; a value between q_degenerate and q_doubtful is recomputed with each node as
+/// the origin in turn, keeping the smallest.
+template <unsigned DIM>
+inline double tria_quality(const double* p0, const double* p1, const double* p2) noexcept
+{
+    double q = tria_quality_once<DIM>(p0, p1, p2);
+    if (q > q_degenerate && q < q_doubtful)
+    {
+        q = std::min(q, tria_quality_once<DIM>(p1, p2, p0));
+        if (q > q_degenerate) q = std::min(q, tria_quality_once<DIM>(p2, p0, p1));
+    }
+    return q;
+}
+
+/// Planar quadrangle quality: 4 sqrt(2) (smallest corner cross product) / (max(longest diagonal,
+/// longest edge) x perimeter), negative when a corner turns clockwise.
+inline double quad_quality_2d(const double* const P[4]) noexcept
+{
+    double e[4][2], L[4];
+    for (unsigned i = 0; i < 4; ++i)
+    {
+        const double* a = P[i];
+        const double* b = P[(i + 1) & 3];
+        e[i][0] = b[0] - a[0];
+        e[i][1] = b[1] - a[1];
+        L[i] = std::sqrt(e[i][0] * e[i][0] + e[i][1] * e[i][1]);
+    }
+    double cmin = e[3][0] * e[0][1] - e[3][1] * e[0][0];
+    for (unsigned i = 1; i < 4; ++i)
+        cmin = std::min(cmin, e[i - 1][0] * e[i][1] - e[i - 1][1] * e[i][0]);
+    const double g0[2] = {P[2][0] - P[0][0], P[2][1] - P[0][1]};
+    const double g1[2] = {P[3][0] - P[1][0], P[3][1] - P[1][1]};
+    const double d =
+        std::sqrt(std::max(g0[0] * g0[0] + g0[1] * g0[1], g1[0] * g1[0] + g1[1] * g1[1]));
+    const double den = std::max(d, std::max(std::max(L[0], L[1]), std::max(L[2], L[3]))) *
+                       (L[0] + L[1] + L[2] + L[3]);
+    return den > 0.0 ? clamp_quality(5.656854249492381 * cmin / den) : 0.0;
+}
+
+/// Spatial quadrangle quality in [0, 1]: the planar measure with the shortest corner normal in
+/// place of the smallest cross product, times the warp factor max(0, 1 - acos(c) / pi), c the
+/// larger cosine between the normals at opposite corners (0 when a corner normal vanishes).
+inline double quad_quality_3d(const double* const P[4]) noexcept
+{
+    double e[4][3], L[4], n[4][3], ln[4];
+    for (unsigned i = 0; i < 4; ++i)
+    {
+        sub3(P[(i + 1) & 3], P[i], e[i]);
+        L[i] = std::sqrt(dot3(e[i], e[i]));
+    }
+    for (unsigned i = 0; i < 4; ++i)
+    {
+        cross3(e[(i + 3) & 3], e[i], n[i]);
+        ln[i] = std::sqrt(dot3(n[i], n[i]));
+    }
+    const double m = std::min(std::min(ln[0], ln[1]), std::min(ln[2], ln[3]));
+    const double d = std::sqrt(std::max(dist2_3(P[2], P[0]), dist2_3(P[3], P[1])));
+    const double den = std::max(d, std::max(std::max(L[0], L[1]), std::max(L[2], L[3]))) *
+                       (L[0] + L[1] + L[2] + L[3]);
+    const double q0 = den > 0.0 ? 5.656854249492381 * m / den : 0.0;
+    double W = 0.0;
+    if (m > 0.0)
+    {
+        const double c02 = dot3(n[0], n[2]) / (ln[0] * ln[2]);
+        const double c13 = dot3(n[1], n[3]) / (ln[1] * ln[3]);
+        const double c = clamp_quality(std::max(c02, c13));
+        W = std::max(0.0, 1.0 - std::acos(c) * 0.3183098861837907);
+    }
+    return std::max(std::min(q0 * W, 1.0), 0.0);
+}
+
+/// Tetrahedron quality, one pass: 2 sqrt(6) det(P0-P3, P1-P3, P2-P3) / (longest edge x sum of
+/// the doubled face areas), all lengths and areas taken from the dot products of the three edge
+/// vectors at P3. `suspect` is set when round-off made a squared edge or area negative.
+inline double tetra_quality_once(const double* p0, const double* p1, const double* p2,
+                                 const double* p3, bool& suspect) noexcept
+{
+    double a[3], b[3], c[3];
+    sub3(p0, p3, a);
+    sub3(p1, p3, b);
+    sub3(p2, p3, c);
+    const double aa = dot3(a, a), bb = dot3(b, b), cc = dot3(c, c);
+    const double ab = dot3(a, b), ac = dot3(a, c), bc = dot3(b, c);
+    double e[6] = {aa, bb, cc, aa + bb - 2.0 * ab, aa + cc - 2.0 * ac, bb + cc - 2.0 * bc};
+    const double abac = aa - ab - ac + bc;
+    double f[4] = {aa * bb - ab * ab, aa * cc - ac * ac, bb * cc - bc * bc,
+                   e[3] * e[4] - abac * abac};
+    for (unsigned i = 3; i < 6; ++i)
+        if (e[i] < 0.0)
+        {
+            e[i] = 0.0;
+            suspect = true;
+        }
+    for (double& fi : f)
+        if (fi < 0.0)
+        {
+            fi = 0.0;
+            suspect = true;
+        }
+    const double L = std::sqrt(
+        std::max(std::max(std::max(e[0], e[1]), std::max(e[2], e[3])), std::max(e[4], e[5])));
+    const double S = std::sqrt(f[0]) + std::sqrt(f[1]) + std::sqrt(f[2]) + std::sqrt(f[3]);
+    const double LS = L * S;
+    return LS > 0.0 ? clamp_quality(4.898979485566356 * det3(a, b, c) / LS) : 0.0;
+}
+
+/// The eleven even orderings of (0, 1, 2, 3) other than the identity, k = 1..11: rotate the four
+/// left by k / 3, then the last three left by k % 3, and swap the second and third when k / 3 is
+/// odd.
+struct tetra_orderings
+{
+    unsigned order[11][4];
+    constexpr tetra_orderings() : order{}
+    {
+        for (unsigned k = 1; k < 12; ++k)
+        {
+            const unsigned r = k / 3, s = k % 3;
+            unsigned v[4] = {}, w[4] = {};
+            for (unsigned i = 0; i < 4; ++i)
+                v[i] = (i + r) & 3;
+            w[0] = v[0];
+            for (unsigned i = 0; i < 3; ++i)
+                w[1 + i] = v[1 + (i + s) % 3];
+            if (r & 1)
+            {
+                const unsigned t = w[1];
+                w[1] = w[2];
+                w[2] = t;
+            }
+            for (unsigned i = 0; i < 4; ++i)
+                order[k - 1][i] = w[i];
+        }
+    }
+};
+inline constexpr tetra_orderings tetra_even_orderings{};
+
+/// Tetrahedron quality, positive when det(P0-P3, P1-P3, P2-P3) > 0. A doubtful value (suspect,
+/// or between q_degenerate and q_doubtful) is recomputed over the eleven other even orderings of
+/// the nodes, keeping the smallest and stopping once it is at most q_degenerate.
+inline double tetra_quality(const double* p0, const double* p1, const double* p2,
+                            const double* p3) noexcept
+{
+    bool suspect = false;
+    double q = tetra_quality_once(p0, p1, p2, p3, suspect);
+    if ((!suspect && q >= q_doubtful) || q <= q_degenerate) return q;
+    const double* P[4] = {p0, p1, p2, p3};
+    for (const auto& o : tetra_even_orderings.order)
+    {
+        bool ignored = false;
+        q = std::min(q, tetra_quality_once(P[o[0]], P[o[1]], P[o[2]], P[o[3]], ignored));
+        if (q <= q_degenerate) break;
+    }
+    return q;
+}
+
+/// Pyramid value before any correction: 24 sqrt(6) V / E^(3/2), V the smallest of the four
+/// volumes (x6) that the base diagonals cut off with the apex P[4], E = 2 (squared base edges) +
+/// (squared apex edges); positive when the base turns counter-clockwise seen from the apex.
+inline double pyram_value(const double* const P[5]) noexcept
+{
+    double a[4][3], n13[3], n02[3], t[3];
+    for (unsigned i = 0; i < 4; ++i)
+        sub3(P[i], P[4], a[i]);
+    cross3(a[1], a[3], n13);
+    cross3(a[0], a[2], n02);
+    sub3(P[4], P[0], t);
+    double V = dot3(t, n13);
+    V = std::min(V, dot3(a[2], n13));
+    sub3(P[4], P[3], t);
+    V = std::min(V, dot3(t, n02));
+    V = std::min(V, dot3(a[1], n02));
+    double base = 0.0, side = 0.0;
+    for (unsigned i = 0; i < 4; ++i)
+    {
+        base += dist2_3(P[(i + 1) & 3], P[i]);
+        side += dot3(a[i], a[i]);
+    }
+    const double E = 2.0 * base + side;
+    return E > 0.0 ? clamp_quality(58.78775382679627 * V / (E * std::sqrt(E))) : 0.0;
+}
+
+/// Smallest tetrahedron quality of (P[i], P[i+2], P[i+1], apex), i = 0..3 (base indices mod 4),
+/// stopping once it is at most q_degenerate.
+inline double pyram_subtetra_min(const double* const P[5]) noexcept
+{
+    double t = tetra_quality(P[0], P[2], P[1], P[4]);
+    for (unsigned i = 1; i < 4 && t > q_degenerate; ++i)
+        t = std::min(t, tetra_quality(P[i], P[(i + 2) & 3], P[(i + 1) & 3], P[4]));
+    return t;
+}
+
+/// Warp factor of a quadrangle P[0..3] in space: max(0, asin(c) / pi + 0.5), c the larger of the
+/// cosines between the normals of the two triangles of each diagonal split, clamped to [-1, 1];
+/// 0 when one of the four normals has zero length (no tolerance). 1 for a planar convex quadrangle.
+inline double quad_warp(const double* const P[4]) noexcept
+{
+    // Triangles (0,1,2), (0,2,3) split along 0-2; (1,2,3), (1,3,0) along 1-3.
+    double n[4][3], l2[4];
+    for (unsigned i = 0; i < 2; ++i)
+    {
+        double u[3], v[3], w[3];
+        sub3(P[i + 1], P[i], u);
+        sub3(P[i + 2], P[i], v);
+        sub3(P[(i + 3) & 3], P[i], w);
+        cross3(u, v, n[2 * i]);
+        cross3(v, w, n[2 * i + 1]);
+    }
+    for (unsigned i = 0; i < 4; ++i)
+    {
+        l2[i] = dot3(n[i], n[i]);
+        if (!(l2[i] > 0.0)) return 0.0;
+    }
+    const double c02 = dot3(n[0], n[1]) / (std::sqrt(l2[0]) * std::sqrt(l2[1]));
+    const double c13 = dot3(n[2], n[3]) / (std::sqrt(l2[2]) * std::sqrt(l2[3]));
+    const double c = clamp_quality(std::max(c02, c13));
+    return std::max(0.0, std::asin(c) * 0.3183098861837907 + 0.5);
+}
+
+/// Pyramid quality (base P[0..3], apex P[4]). A value in (q_degenerate, q_pyram_doubtful) is
+/// checked on the four sub-tetrahedra, whose minimum wins when degenerate; in space the value is
+/// then multiplied by the warp factor of the base.
+inline double pyram_quality(const double* const P[5], bool spatial) noexcept
+{
+    double q = pyram_value(P);
+    if (q <= q_degenerate) return q;
+    if (q < q_pyram_doubtful)
+    {
+        const double t = pyram_subtetra_min(P);
+        if (t < q_degenerate) return t;
+    }
+    return spatial ? q * quad_warp(P) : q;
+}
+
+/// Face check of a prism or hexahedron with q > q_degenerate: each face (in table order, until
+/// the smallest face value is at most q_degenerate) forms with the centroid C a tetrahedron (a
+/// triangle, whose quality is negated since the faces turn inwards) or a pyramid (a quadrangle,
+/// valued as a pyramid times its base warp factor, or 0 warp when degenerate). q is multiplied by
+/// the smallest warp factor, and replaced by the smallest face value when that is degenerate.
+inline double face_check(double q, const double* const* P, const local_boundaries& faces,
+                         const double* C, bool spatial) noexcept
+{
+    double min_face = 1.0, min_warp = 1.0;
+    for (unsigned f = 0; f < faces.count && min_face > q_degenerate; ++f)
+    {
+        const unsigned* v = faces.nodes[f];
+        if (faces.size[f] == 3)
+        {
+            min_face = std::min(min_face, -tetra_quality(P[v[0]], P[v[1]], P[v[2]], C));
+            continue;
+        }
+        const double* B[5] = {P[v[0]], P[v[1]], P[v[2]], P[v[3]], C};
+        const double qf = pyram_value(B);
+        double value, t, warp = 0.0;
+        if (qf <= q_degenerate)
+            value = qf;
+        else if (qf < q_pyram_doubtful && (t = pyram_subtetra_min(B)) < q_degenerate)
+            value = t;
+        else
+        {
+            warp = spatial ? quad_warp(B) : 1.0;
+            value = qf * warp;
+        }
+        min_face = std::min(min_face, value);
+        min_warp = std::min(min_warp, warp);
+    }
+    q *= min_warp;
+    return min_face < q_degenerate ? min_face : q;
+}
+
+/// Quality of an N-gon extruded into a solid (prism N = 3, hexahedron N = 4; bottom P[0..N),
+/// top P[N..2N), P[i+N] above P[i]): K V / E^(3/2), V the smallest corner triple product
+/// det(P[a] - P[i], P[b] - P[i], P[c] - P[i]) with (a, b, c) = corner[i], E the sum of the
+/// squared edges (bottom, top, vertical), clamped; then the face check against the centroid.
+template <unsigned N>
+inline double extruded_quality(const double* const P[2 * N], const unsigned (*corner)[3], double K,
+                               const local_boundaries& faces, bool spatial) noexcept
+{
+    double V = DBL_MAX;
+    for (unsigned i = 0; i < 2 * N; ++i)
+    {
+        double a[3], b[3], c[3];
+        sub3(P[corner[i][0]], P[i], a);
+        sub3(P[corner[i][1]], P[i], b);
+        sub3(P[corner[i][2]], P[i], c);
+        V = std::min(V, det3(a, b, c));
+    }
+    double E = 0.0;
+    for (unsigned i = 0; i < N; ++i)
+        E += dist2_3(P[(i + 1) % N], P[i]) + dist2_3(P[N + (i + 1) % N], P[N + i]) +
+             dist2_3(P[i + N], P[i]);
+    const double E32 = E * std::sqrt(E);
+    double q = E32 > 0.0 ? clamp_quality(K * V / E32) : 0.0;
+    if (q > q_degenerate)
+    {
+        double C[3] = {0, 0, 0};
+        for (unsigned i = 0; i < 2 * N; ++i)
+            for (unsigned k = 0; k < 3; ++k)
+                C[k] += P[i][k];
+        for (double& c : C)
+            c /= 2 * N;
+        q = face_check(q, P, faces, C, spatial);
+    }
+    return q;
+}
+
+/// Prism quality (bottom P[0..2], top P[3..5], P[i+3] above P[i]): 18 sqrt(3) V / E^(3/2) and
+/// the face check (two triangles, then three quadrangles).
+inline double penta_quality(const double* const P[6], bool spatial) noexcept
+{
+    // Bottom corner i: next, previous, above; top corner: previous, next, below.
+    static constexpr unsigned corner[6][3] = {{1, 2, 3}, {2, 0, 4}, {0, 1, 5},
+                                              {5, 4, 0}, {3, 5, 1}, {4, 3, 2}};
+    return extruded_quality<3>(P, corner, 31.17691453623979, penta_boundaries, spatial);
+}
+
+/// Hexahedron quality (bottom P[0..3], top P[4..7]): 24 sqrt(3) V / E^(3/2) and the face check
+/// over the six faces.
+inline double hexa_quality(const double* const P[8], bool spatial) noexcept
+{
+    static constexpr unsigned corner[8][3] = {{1, 3, 4}, {2, 0, 5}, {3, 1, 6}, {0, 2, 7},
+                                              {7, 5, 0}, {4, 6, 1}, {5, 7, 2}, {6, 4, 3}};
+    return extruded_quality<4>(P, corner, 41.569219381653056, hexa_boundaries, spatial);
 }
 
 } // namespace qx7::meshutil::detail

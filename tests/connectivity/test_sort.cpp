@@ -1,4 +1,6 @@
 // Sorting of element columns by their number of defined nodes.
+#include "connectivity/matrix_util.h"
+
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <meshutil/connectivity.h>
@@ -7,24 +9,13 @@
 
 using namespace qx7;
 using namespace qx7::meshutil;
+using qx7::meshutil::test_meshes::columns;
+using qx7::meshutil::test_meshes::matrix;
+using qx7::meshutil::test_meshes::values;
 
 namespace
 {
 constexpr unsigned U = undefined_index;
-
-dense2D<unsigned> matrix(std::size_t rows, const std::vector<std::vector<unsigned>>& columns)
-{
-    dense2D<unsigned> M(rows, columns.size());
-    for (std::size_t j = 0; j < columns.size(); ++j)
-        for (std::size_t i = 0; i < rows; ++i)
-            M(i, j) = columns[j][i];
-    return M;
-}
-
-std::vector<unsigned> to_vector(const dense1D<unsigned>& v)
-{
-    return std::vector<unsigned>(v.begin(), v.end());
-}
 } // namespace
 
 TEST(sort_elfes, splits_a_mixed_surface_into_triangles_then_quadrangles)
@@ -32,8 +23,8 @@ TEST(sort_elfes, splits_a_mixed_surface_into_triangles_then_quadrangles)
     dense2D<unsigned> M = matrix(4, {{0, 1, 2, 3}, {4, 5, 6, U}, {7, 8, 9, 10}, {1, 2, 3, U}});
     dense1D<unsigned> order, first;
     ASSERT_EQ(sort_elfes(M, order, first), 0);
-    EXPECT_EQ(to_vector(order), (std::vector<unsigned>{1, 3, 0, 2}));
-    EXPECT_EQ(to_vector(first), (std::vector<unsigned>{0, 0, 0, 0, 2, 4}));
+    EXPECT_EQ(values(order), (std::vector<unsigned>{1, 3, 0, 2}));
+    EXPECT_EQ(values(first), (std::vector<unsigned>{0, 0, 0, 0, 2, 4}));
     dense2D<unsigned> expected =
         matrix(4, {{4, 5, 6, U}, {1, 2, 3, U}, {0, 1, 2, 3}, {7, 8, 9, 10}});
     for (std::size_t j = 0; j < 4; ++j)
@@ -47,18 +38,18 @@ TEST(sort_elfes, degenerate_shapes)
     dense2D<unsigned> none(8, 0);
     ASSERT_EQ(sort_elfes(none, order, first), 0);
     EXPECT_TRUE(order.empty());
-    EXPECT_EQ(to_vector(first), std::vector<unsigned>(10, 0u));
+    EXPECT_EQ(values(first), std::vector<unsigned>(10, 0u));
 
     dense2D<unsigned> no_rows(0, 3);
     ASSERT_EQ(sort_elfes(no_rows, order, first), 0);
-    EXPECT_EQ(to_vector(order), (std::vector<unsigned>{0, 1, 2}));
-    EXPECT_EQ(to_vector(first), (std::vector<unsigned>{0, 3}));
+    EXPECT_EQ(values(order), (std::vector<unsigned>{0, 1, 2}));
+    EXPECT_EQ(values(first), (std::vector<unsigned>{0, 3}));
 
     // Only undefined entries: every column has 0 defined nodes; the outputs are reused.
     dense2D<unsigned> undefined(2, 2, U);
     ASSERT_EQ(sort_elfes(undefined, order, first), 0);
-    EXPECT_EQ(to_vector(order), (std::vector<unsigned>{0, 1}));
-    EXPECT_EQ(to_vector(first), (std::vector<unsigned>{0, 2, 2, 2}));
+    EXPECT_EQ(values(order), (std::vector<unsigned>{0, 1}));
+    EXPECT_EQ(values(first), (std::vector<unsigned>{0, 2, 2, 2}));
 }
 
 // Random mixed solids, also seen through a view whose leading dimension exceeds its rows,
@@ -92,7 +83,7 @@ TEST(sort_elfes, matches_a_stable_sort_on_random_mixed_solids)
             ref[j] = unsigned(j);
         std::stable_sort(ref.begin(), ref.end(),
                          [&](unsigned a, unsigned b) { return count(cols[a]) < count(cols[b]); });
-        ASSERT_EQ(to_vector(order), ref);
+        ASSERT_EQ(values(order), ref);
         ASSERT_EQ(first.size(), 10u);
         EXPECT_EQ(first[0], 0u);
         EXPECT_EQ(first[9], n);

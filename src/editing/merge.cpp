@@ -1,0 +1,456 @@
+// Node merging: the earliest-in-B rule over pairs found by a k-d tree, an exact-coordinate hash or
+// a uniform grid; connectivity forms with edge collapsing modes.
+#include "editing/editing_private.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace qx7::meshutil
+{
+
+namespace detail
+{
+
+namespace
+{
+
+template <unsigned D>
+inline bool has_nan(const double* p) noexcept
+{
+    for (unsigned i = 0; i < D; ++i)
+        if (p[i] != p[i]) return true;
+    return false;
+}
+
+/// Whether q lies in the closed box [p - tol, p + tol] and within Euclidean distance tol of p,
+/// evaluated exactly as the tree search does (so every search path agrees to the bit).
+template <unsigned D>
+inline bool within(const double* p, const double* q, double tol) noexcept
+{
+    for (unsigned i = 0; i < D; ++i)
+        if (!(q[i] >= p[i] - tol) || q[i] > p[i] + tol) return false;
+    double d2 = 0.0;
+    for (unsigned i = 0; i < D; ++i)
+        d2 += (q[i] - p[i]) * (q[i] - p[i]);
+    return !(std::sqrt(d2) > tol);
+}
+
+/// Map entries of B in order, then those of A outside B, replaced by their final survivor (each
+/// entry names a node of B earlier in B's order, already final).
+void resolve_in_order(dense1D<unsigned>& map, const dense1D<unsigned>& A,
+                      const dense1D<unsigned>& B, const unsigned* rank) noexcept
+{
+    unsigned* m = map.data();
+    for (std::size_t j = 0; j < B.size(); ++j)
+        m[B[j]] = m[m[B[j]]];
+    for (std::size_t i = 0; i < A.size(); ++i)
+        if (rank[A[i]] == undefined_index) m[A[i]] = m[m[A[i]]];
+}
+
+/// Pairs from a k-d tree over A, one closed-box search per node of B.
+template <unsigned D>
+int merge_tree(const dense2D<double>& pos, const dense1D<unsigned>& A, const dense1D<unsigned>& B,
+               dense1D<unsigned>& map, double tol) noexcept
+{
+    kd_tree<D> tree;
+    tree.pos = &pos;
+    dense1D<unsigned> rank;
+    if (!rank.resize(pos.cols(), undefined_index)) return -199;
+    if (kd_insert(tree, A.data(), A.size()) != A.size()) return -199;
+    unsigned* m = map.data();
+    int count = 0;
+    for (std::size_t j = 0; j < B.size(); ++j)
+    {
+        const unsigned b = B[j];
+        rank[b] = unsigned(j);
+        const double* p = pos.col(b);
+        double lo[D], hi[D];
+        for (unsigned i = 0; i < D; ++i)
+        {
+            lo[i] = p[i] - tol;
+            hi[i] = p[i] + tol;
+        }
+        const bool ok = kd_box(tree, lo, hi,
+                               [&](unsigned a)
+                               {
+                                   if (rank[a] <= j || m[a] != a) return true;
+                                   double d2 = 0.0;
+                                   const double* q = pos.col(a);
+                                   for (unsigned i = 0; i < D; ++i)
+                                       d2 += (q[i] - p[i]) * (q[i] - p[i]);
+                                   if (std::sqrt(d2) > tol) return true;
+                                   m[a] = b;
+                                   ++count;
+                                   return true;
+                               });
+        if (!ok) return -199;
+    }
+    resolve_in_order(map, A, B, rank.data());
+    return count;
+}
+
+/// Hash of coordinates that equal under == (-0.0 and 0.0 alike).
+template <unsigned D>
+inline std::uint64_t coordinate_hash(const double* p) noexcept
+{
+    std::uint64_t h = 0x9e3779b97f4a7c15ull;
+    for (unsigned i = 0; i < D; ++i)
+    {
+        const double c = p[i] == 0.0 ? 0.0 : p[i];
+        std::uint64_t bits;
+        std::memcpy(&bits, &c, sizeof bits);
+        h = mix64(h ^ bits);
+    }
+    return h;
+}
+
+template <unsigned D>
+inline bool same_point(const double* p, const double* q) noexcept
+{
+    for (unsigned i = 0; i < D; ++i)
+        if (!(p[i] == q[i])) return false;
+    return true;
+}
+
+/// tol = 0: the nodes of A with a given position form a class; at the first node b of B with
+/// that position (in B's order) every other member merges into b, and later nodes of B at that
+/// position find no candidate left (members are earlier in B, or merged already). NaN
+/// coordinates never compare equal, so such nodes take no part.
+template <unsigned D>
+int merge_exact(const dense2D<double>& pos, const dense1D<unsigned>& A, const dense1D<unsigned>& B,
+                dense1D<unsigned>& map) noexcept
+{
+    const std::size_t na = A.size(), cap = hash_capacity(na), mask = cap - 1;
+    dense1D<unsigned> head, next;
+    dense1D<unsigned char> done;
+    if (!head.resize(cap, undefined_index) || !next.resize(na) || !done.resize(cap, 0)) return -199;
+    for (std::size_t ia = 0; ia < na; ++ia)
+    {
+        const double* p = pos.col(A[ia]);
+        if (has_nan<D>(p)) continue;
+        std::size_t h = coordinate_hash<D>(p) & mask;
+        while (head[h] != undefined_index && !same_point<D>(pos.col(A[head[h]]), p))
+            h = (h + 1) & mask;
+        next[ia] = head[h];
+        head[h] = unsigned(ia);
+    }
+    unsigned* m = map.data();
+    int count = 0;
+    for (std::size_t j = 0; j < B.size(); ++j)
+    {
+        const unsigned b = B[j];
+        const double* p = pos.col(b);
+        if (has_nan<D>(p)) continue;
+        std::size_t h = coordinate_hash<D>(p) & mask;
+        while (head[h] != undefined_index && !same_point<D>(pos.col(A[head[h]]), p))
+            h = (h + 1) & mask;
+        if (head[h] == undefined_index || done[h]) continue;
+        done[h] = 1;
+        for (unsigned ia = head[h]; ia != undefined_index; ia = next[ia])
+            if (A[ia] != b)
+            {
+                m[A[ia]] = b;
+                ++count;
+            }
+    }
+    return count;
+}
+
+template <unsigned D>
+int merge_dim(const dense2D<double>& pos, const dense1D<unsigned>& A, const dense1D<unsigned>& B,
+              dense1D<unsigned>& map, double tol, merge_search how) noexcept
+{
+    // A NaN coordinate in the tree hides the nodes below it on its less side from every box
+    // search (no coordinate compares greater or equal to NaN), so the pairs the tree finds then
+    // depend on its shape: only the tree itself gives that result.
+    bool nan_in_a = false;
+    for (std::size_t i = 0; i < A.size() && !nan_in_a; ++i)
+        nan_in_a = has_nan<D>(pos.col(A[i]));
+    if (!nan_in_a &&
+        (how == merge_search::exact_hash || (how == merge_search::automatic && tol == 0.0)))
+        return merge_exact<D>(pos, A, B, map);
+    return merge_tree<D>(pos, A, B, map, tol);
+}
+
+} // namespace
+
+int merge_nodes(const dense2D<double>& pos, const dense1D<unsigned>& A, const dense1D<unsigned>& B,
+                dense1D<unsigned>& map, double tol, merge_search how) noexcept
+{
+    const std::size_t n = pos.cols();
+    if (!map.resize(n)) return -199;
+    for (std::size_t i = 0; i < n; ++i)
+        map[i] = unsigned(i);
+    const int count = pos.rows() == 2 ? merge_dim<2>(pos, A, B, map, tol, how)
+                                      : merge_dim<3>(pos, A, B, map, tol, how);
+    if (count < 0) map.clear();
+    return count;
+}
+
+} // namespace detail
+
+// ------------------------------------------------------------------------------------ node lists
+
+namespace
+{
+
+bool same_list(const dense1D<unsigned>& a, const dense1D<unsigned>& b) noexcept
+{
+    return a.size() == b.size() &&
+           (a.data() == b.data() || std::equal(a.begin(), a.end(), b.begin()));
+}
+
+/// Distinct lists, then the merge; map emptied on failure.
+int merge_lists(const dense2D<double>& pos, const dense1D<unsigned>& nodes1,
+                const dense1D<unsigned>& nodes2, dense1D<unsigned>& new_indices,
+                double tol) noexcept
+{
+    dense1D<unsigned> A, B;
+    if (unique_indices(A, nodes1) != 0) return -199;
+    if (same_list(nodes1, nodes2))
+        B = A;
+    else if (unique_indices(B, nodes2) != 0)
+        return -199;
+    return detail::merge_nodes(pos, A, B, new_indices, tol, detail::merge_search::automatic);
+}
+
+} // namespace
+
+int merge(const dense2D<double>& pos, const dense1D<unsigned>& nodes1,
+          const dense1D<unsigned>& nodes2, dense1D<unsigned>& new_indices, double tol) noexcept
+{
+    new_indices.clear();
+    if (pos.cols() == 0) return 0;
+    if (pos.rows() != 2 && pos.rows() != 3) return -1;
+    if (!check_IDs(nodes1, unsigned(pos.cols()))) return -2;
+    if (!check_IDs(nodes2, unsigned(pos.cols()))) return -3;
+    if (!(tol >= 0.0)) return -4;
+    if (nodes1.empty() || nodes2.empty()) return 0;
+    return merge_lists(pos, nodes1, nodes2, new_indices, tol);
+}
+
+int merge(const dense2D<double>& pos, const dense1D<unsigned>& nodes,
+          dense1D<unsigned>& new_indices, double tol) noexcept
+{
+    return merge(pos, nodes, nodes, new_indices, tol);
+}
+
+int merge(dense2D<double>& pos, dense1D<unsigned>& new_indices, double tol) noexcept
+{
+    new_indices.clear();
+    if (pos.cols() == 0) return 0;
+    if (pos.rows() != 2 && pos.rows() != 3) return -1;
+    if (!(tol >= 0.0)) return -3;
+    const std::size_t n = pos.cols(), rows = pos.rows();
+    dense1D<unsigned> all;
+    if (!all.resize(n)) return -199;
+    for (std::size_t j = 0; j < n; ++j)
+        all[j] = unsigned(j);
+    const int count =
+        detail::merge_nodes(pos, all, all, new_indices, tol, detail::merge_search::automatic);
+    if (count <= 0) return count;
+    for (std::size_t j = 0; j < n; ++j)
+        if (new_indices[j] != j)
+        {
+            const double* src = pos.col(new_indices[j]);
+            double* dst = pos.col(j);
+            for (std::size_t i = 0; i < rows; ++i)
+                dst[i] = src[i];
+        }
+    return count;
+}
+
+int merge(dense2D<double>& pos, double tol) noexcept
+{
+    dense1D<unsigned> map;
+    return merge(pos, map, tol);
+}
+
+// ------------------------------------------------------------------------------------ connectivity
+
+namespace
+{
+
+/// Final survivor of every node (chains of any order; merged nodes never receive, so no cycle).
+void resolve_chains(dense1D<unsigned>& map) noexcept
+{
+    unsigned* m = map.data();
+    for (std::size_t x = 0, n = map.size(); x < n; ++x)
+    {
+        unsigned r = unsigned(x);
+        while (m[r] != r)
+            r = m[r];
+        for (unsigned y = unsigned(x); m[y] != r;)
+        {
+            const unsigned next = m[y];
+            m[y] = r;
+            y = next;
+        }
+    }
+}
+
+/// One sweep of edge collapsing over the elements of [first, last) (see the doc of merge).
+template <unsigned D>
+int collapse_sweep(const dense2D<double>& pos, const dense2D<unsigned>* first,
+                   const dense2D<unsigned>* last, dense1D<unsigned>& map, double tol) noexcept
+{
+    struct candidate
+    {
+        double d;
+        unsigned short iu, iv;
+    };
+    constexpr std::size_t max_rows = 32;
+    candidate cand[max_rows * (max_rows - 1)];
+    unsigned* m = map.data();
+    int count = 0;
+    for (const dense2D<unsigned>* M = first; M != last; ++M)
+    {
+        if (M->empty()) continue;
+        const std::size_t rows = std::min(M->rows(), max_rows);
+        for (std::size_t j = 0, n = M->cols(); j < n; ++j)
+        {
+            const unsigned* e = M->col(j);
+            std::size_t nc = 0;
+            for (std::size_t iu = 0; iu < rows; ++iu)
+            {
+                const unsigned u = e[iu];
+                if (u == undefined_index || m[u] != u) continue;
+                const double* p = pos.col(u);
+                for (std::size_t iv = 0; iv < rows; ++iv)
+                {
+                    const unsigned v = e[iv];
+                    if (v == undefined_index || v == u || m[v] != v) continue;
+                    const double* q = pos.col(v);
+                    bool inside = true;
+                    for (unsigned i = 0; i < D; ++i)
+                        inside = inside && q[i] >= p[i] - tol && !(q[i] > p[i] + tol);
+                    if (!inside) continue;
+                    double d2 = 0.0;
+                    for (unsigned i = 0; i < D; ++i)
+                        d2 += (q[i] - p[i]) * (q[i] - p[i]);
+                    const double d = std::sqrt(d2);
+                    if (d > tol) continue;
+                    cand[nc++] = candidate{d, (unsigned short)iu, (unsigned short)iv};
+                }
+            }
+            if (nc == 0) continue;
+            std::sort(cand, cand + nc,
+                      [](const candidate& a, const candidate& b)
+                      {
+                          if (a.d != b.d) return a.d < b.d;
+                          if (a.iu != b.iu) return a.iu < b.iu;
+                          return a.iv < b.iv;
+                      });
+            for (std::size_t c = 0; c < nc; ++c)
+            {
+                const unsigned u = e[cand[c].iu], v = e[cand[c].iv];
+                if (m[u] != u || m[v] != v) continue;
+                m[v] = u;
+                ++count;
+            }
+        }
+    }
+    resolve_chains(map);
+    return count;
+}
+
+void renumber(dense2D<unsigned>* first, dense2D<unsigned>* last,
+              const dense1D<unsigned>& map) noexcept
+{
+    for (dense2D<unsigned>* M = first; M != last; ++M)
+        change_indices(*M, map);
+}
+
+} // namespace
+
+int merge(const dense2D<double>& pos, dense2D<unsigned>* connectM1, dense2D<unsigned>* connectM2,
+          dense1D<unsigned>& new_indices, double tol, unsigned mode) noexcept
+{
+    new_indices.clear();
+    if (pos.cols() == 0 || connectM1 == connectM2) return 0;
+    if (pos.rows() != 2 && pos.rows() != 3) return -1;
+    if (connectM2 < connectM1) return -3;
+    for (const dense2D<unsigned>* M = connectM1; M != connectM2; ++M)
+        if (!check_IDs(*M, unsigned(pos.cols()))) return -2;
+    if (!(tol >= 0.0)) return -5;
+    if (mode > 2) return -6;
+    dense1D<unsigned> list;
+    if (detail::unique_of_range(list, connectM1, connectM2) != 0) return -199;
+    if (list.empty()) return 0;
+    if (mode == 0)
+    {
+        const int count =
+            detail::merge_nodes(pos, list, list, new_indices, tol, detail::merge_search::automatic);
+        if (count > 0) renumber(connectM1, connectM2, new_indices);
+        return count;
+    }
+    const std::size_t n = pos.cols();
+    if (!new_indices.resize(n)) return -199;
+    for (std::size_t i = 0; i < n; ++i)
+        new_indices[i] = unsigned(i);
+    auto sweep = [&]()
+    {
+        return pos.rows() == 2 ? collapse_sweep<2>(pos, connectM1, connectM2, new_indices, tol)
+                               : collapse_sweep<3>(pos, connectM1, connectM2, new_indices, tol);
+    };
+    int count = sweep();
+    if (count > 0)
+    {
+        renumber(connectM1, connectM2, new_indices);
+        if (mode == 2)
+        {
+            const int more = sweep();
+            if (more > 0) renumber(connectM1, connectM2, new_indices);
+            count += more;
+        }
+    }
+    return count;
+}
+
+int merge(const dense2D<double>& pos, dense2D<unsigned>* connectM1, dense2D<unsigned>* connectM2,
+          double tol, unsigned mode) noexcept
+{
+    dense1D<unsigned> map;
+    return merge(pos, connectM1, connectM2, map, tol, mode);
+}
+
+int merge(const dense2D<double>& pos, dense2D<unsigned>& connectM, dense1D<unsigned>& new_indices,
+          double tol, unsigned mode) noexcept
+{
+    return merge(pos, &connectM, &connectM + 1, new_indices, tol, mode);
+}
+
+int merge(const dense2D<double>& pos, dense2D<unsigned>& connectM, double tol,
+          unsigned mode) noexcept
+{
+    dense1D<unsigned> map;
+    return merge(pos, &connectM, &connectM + 1, map, tol, mode);
+}
+
+int merge(const dense2D<double>& pos, dense2D<unsigned>& connectM) noexcept
+{
+    return merge(pos, connectM, 1e-6, 0);
+}
+
+int merge(const dense2D<double>& pos, dense2D<unsigned>& connectM1, dense2D<unsigned>& connectM2,
+          dense1D<unsigned>& new_indices, double tol, unsigned mode) noexcept
+{
+    // Shallow copies share the callers' buffers, so renumbering them renumbers the originals.
+    dense2D<unsigned> pair[2] = {connectM1, connectM2};
+    return merge(pos, pair, pair + 2, new_indices, tol, mode);
+}
+
+int merge(const dense2D<double>& pos, dense2D<unsigned>& connectM1, dense2D<unsigned>& connectM2,
+          double tol, unsigned mode) noexcept
+{
+    dense1D<unsigned> map;
+    return merge(pos, connectM1, connectM2, map, tol, mode);
+}
+
+int merge(const dense2D<double>& pos, dense2D<unsigned>& connectM1,
+          dense2D<unsigned>& connectM2) noexcept
+{
+    return merge(pos, connectM1, connectM2, 1e-6, 0);
+}
+
+} // namespace qx7::meshutil
