@@ -19,7 +19,7 @@ bench = sys.argv[1]
 reps = int(sys.argv[2]) if len(sys.argv) > 2 else 1
 out = subprocess.run([bench, "--benchmark_format=json"], check=True, capture_output=True,
                      text=True).stdout
-ours = {b["name"]: b for b in json.loads(out)["benchmarks"]}
+ours = {b["name"].split("/")[0]: b for b in json.loads(out)["benchmarks"]}
 
 directory = os.environ.get("MESHUTIL_BENCH_DIR", "/tmp/meshutil_bench_readers")
 side = os.environ.get("MESHUTIL_BENCH_N", "100")
