@@ -95,6 +95,7 @@ struct mesh_report
     double box_min[3] = {0, 0, 0}, box_max[3] = {0, 0, 0};
     bool has_connectivity = false;
     std::size_t free_boundaries = 0, nonmanifold = 0, subdomains = 0;
+    bool has_subdomains = false;
     const char* boundary_words = "boundaries";
     bool has_editing = false;
     std::size_t unused = 0, degenerated = 0;
@@ -159,7 +160,7 @@ void bounding_box(const mesh& m, mesh_report& r)
     r.has_box = true;
 }
 
-#if CLI_HAS_CONNECTIVITY
+#if CLI_HAS_NEIGHBORS
 /// Free and non-manifold boundaries and subdomains of the principal elements. A boundary is free
 /// when one element only has it, non-manifold when three or more share it: the neighbour matrix
 /// that links non-manifold boundaries differs there from the one that leaves them open.
@@ -201,10 +202,13 @@ int connectivity_report(const mesh& m, mesh_report& r)
     }
     std::sort(shared.begin(), shared.end());
     r.nonmanifold = std::size_t(std::unique(shared.begin(), shared.end()) - shared.begin());
+#if CLI_HAS_SUBDOMAINS
     dense1D<unsigned> order, first;
     code = mu::get_subdomains(linked, order, first);
     if (code < 0) return fail_call("cannot find subdomains", "get_subdomains", code);
     r.subdomains = first.size() ? first.size() - 1 : 0;
+    r.has_subdomains = true;
+#endif
     r.has_connectivity = true;
     return exit_ok;
 }
@@ -307,8 +311,8 @@ void print_report_text(const std::string& path, format f, const mesh_report& r)
     {
         std::printf("free boundaries       %zu %s\n", r.free_boundaries, r.boundary_words);
         std::printf("non-manifold          %zu %s\n", r.nonmanifold, r.boundary_words);
-        std::printf("subdomains            %zu\n", r.subdomains);
     }
+    if (r.has_subdomains) std::printf("subdomains            %zu\n", r.subdomains);
     if (r.has_editing)
     {
         std::printf("unused nodes          %zu\n", r.unused);
@@ -361,8 +365,8 @@ void print_report_json(const std::string& path, format f, const mesh_report& r)
     }
     if (r.has_connectivity)
         j.value("free_boundaries", std::uint64_t(r.free_boundaries))
-            .value("nonmanifold_boundaries", std::uint64_t(r.nonmanifold))
-            .value("subdomains", std::uint64_t(r.subdomains));
+            .value("nonmanifold_boundaries", std::uint64_t(r.nonmanifold));
+    if (r.has_subdomains) j.value("subdomains", std::uint64_t(r.subdomains));
     if (r.has_editing)
         j.value("unused_nodes", std::uint64_t(r.unused))
             .value("degenerated_elements", std::uint64_t(r.degenerated));
@@ -416,7 +420,7 @@ int cmd_info(const context& ctx)
     r.dim = m.pos.rows();
     count_types(m, r);
     bounding_box(m, r);
-#if CLI_HAS_CONNECTIVITY
+#if CLI_HAS_NEIGHBORS
     {
         progress step(ctx, "neighbours and subdomains", m.nbr_elements() * 8);
         if (int code = connectivity_report(m, r)) return code;
@@ -615,7 +619,7 @@ int cmd_quality(const context& ctx)
 namespace
 {
 
-#if CLI_HAS_CONNECTIVITY
+#if CLI_HAS_MESH_BOUNDARIES
 /// The free boundary of the principal elements as a mesh over the same nodes (unused nodes
 /// dropped when the library can); false after printing the error.
 bool free_boundary(const mesh& m, mesh& out, std::size_t& count)
@@ -668,7 +672,7 @@ bool free_boundary(const mesh& m, mesh& out, std::size_t& count)
 
 int cmd_boundary(const context& ctx)
 {
-#if CLI_HAS_CONNECTIVITY
+#if CLI_HAS_MESH_BOUNDARIES
     const std::string& out = ctx.args[1];
     format fo = output_format(ctx, out);
     if (fo == format::none) return exit_failure;
@@ -739,7 +743,7 @@ struct size_summary
     return s;
 }
 
-#if CLI_HAS_SIZES && CLI_WRITES_MEDIT
+#if CLI_HAS_SIZE_GENERATION && CLI_WRITES_MEDIT
 /// The pipeline: size field from edge lengths, gradation bounded, mesh and field written.
 /// Prints each step; returns an exit code.
 int run_sizes(const context& ctx, const mesh& m, const size_options& o, const std::string& out,
@@ -758,6 +762,7 @@ int run_sizes(const context& ctx, const mesh& m, const size_options& o, const st
     std::printf("%ssize field     p = %s: min %s  mean %s  max %s\n", indent,
                 o.p == DBL_MAX ? "max" : fmt(o.p).c_str(), fmt(s0.min).c_str(),
                 fmt(s0.mean).c_str(), fmt(s0.max).c_str());
+#if CLI_HAS_GRADATION
     if (o.g != DBL_MAX)
     {
         progress step(ctx, "gradation", p.connectM.size() * 16);
@@ -775,6 +780,9 @@ int run_sizes(const context& ctx, const mesh& m, const size_options& o, const st
                     plural(std::size_t(modified), "node", "nodes").c_str(), fmt(s1.min).c_str(),
                     fmt(s1.mean).c_str(), fmt(s1.max).c_str());
     }
+#else
+    if (o.g != DBL_MAX) std::printf("%sgradation      not available in this build\n", indent);
+#endif
     if (!write_mesh(ctx, out, fo, m, false)) return exit_failure;
     code = mu::medit_scalar(sol.c_str(), unsigned(m.pos.rows()), sizes);
     if (code < 0) return fail_call("cannot write '" + sol + "'", "medit_scalar", code);
@@ -818,7 +826,7 @@ int cmd_sizes(const context& ctx)
         o.direction = 0;
     else
         return fail_usage(ctx.command, "--direction is 'down', 'up' or 'free'");
-#if CLI_HAS_SIZES && CLI_WRITES_MEDIT
+#if CLI_HAS_SIZE_GENERATION && CLI_WRITES_MEDIT
     const std::string& out = ctx.args[1];
     format fo = output_format(ctx, out);
     if (fo == format::none) return exit_failure;
@@ -895,16 +903,19 @@ int cmd_demo(const context& ctx)
                     fmt(h.mean()).c_str(), fmt(h.max()).c_str());
     }
 #endif
-#if CLI_HAS_CONNECTIVITY
+#if CLI_HAS_NEIGHBORS
     {
         mesh_report r;
         if (int code = connectivity_report(m, r)) return code;
-        std::printf("  boundary       %zu free faces, %zu non-manifold, %s\n", r.free_boundaries,
-                    r.nonmanifold, plural(r.subdomains, "subdomain", "subdomains").c_str());
+        std::printf("  boundary       %zu free faces, %zu non-manifold", r.free_boundaries,
+                    r.nonmanifold);
+        if (r.has_subdomains)
+            std::printf(", %s", plural(r.subdomains, "subdomain", "subdomains").c_str());
+        std::printf("\n");
     }
 #endif
     const std::string out = dir + "/cube.mesh";
-#if CLI_HAS_SIZES && CLI_WRITES_MEDIT
+#if CLI_HAS_SIZE_GENERATION && CLI_WRITES_MEDIT
     if (int code = run_sizes(ctx, m, size_options{}, out, format::medit, dir + "/cube.sol", "  "))
         return code;
 #else
