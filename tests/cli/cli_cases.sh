@@ -143,18 +143,26 @@ corrupt_file)
         any=1
         e=$(ext_of $f)
         cp bad.txt "bad.$e"
-        "$tool" info "bad.$e" > out.txt 2> err.txt
-        st=$?
-        ((st > 128)) && fail "info bad.$e crashed"
-        if ((st != 0)); then
-            [[ $st == 1 ]] || fail "info bad.$e exited with $st"
-            contains err.txt "cannot read 'bad.$e'"
-            grep -q 'returned -[0-9]* (' err.txt || fail "no library code in: $(cat err.txt)"
-        fi
+        run 1 info "bad.$e"
+        contains err.txt "cannot read 'bad.$e'"
+        # The library's code and reason, or (for a format that skips what it does not know) the
+        # tool's own refusal of a file without nodes.
+        grep -q 'returned -[0-9]* (\|no node in it' err.txt || fail "unclear: $(cat err.txt)"
         cp junk.bin "junk.$e"
-        "$tool" info "junk.$e" > out.txt 2> err.txt
-        st=$?
-        ((st > 128)) && fail "info junk.$e crashed"
+        run 1 info "junk.$e"
+        contains err.txt "cannot read 'junk.$e'"
+        # Every prefix of a valid file: a clean failure or a smaller mesh, never a crash.
+        if can_write $f; then
+            run 0 generate square "c.$e" --n 2
+            size=$(wc -c < "c.$e")
+            for cut in 1 7 30 $((size / 3)) $((size / 2)) $((size - 9)); do
+                head -c "$cut" "c.$e" > "cut.$e"
+                "$tool" info "cut.$e" > out.txt 2> err.txt
+                st=$?
+                ((st > 128)) && fail "info on the first $cut bytes of c.$e crashed"
+                ((st == 0 || st == 1)) || fail "info on a prefix of c.$e exited with $st"
+            done
+        fi
     done
     ((any)) || skip "no reader"
     if can_read stl; then
@@ -200,6 +208,8 @@ info)
         # 6 sides of 4 x 4 squares, two triangles each.
         [[ $(info_value 'free boundaries') == 192 ]] || fail "free faces"
         [[ $(info_value 'non-manifold') == 0 ]] || fail "non-manifold faces"
+    fi
+    if grep -q '^subdomains' out.txt; then
         [[ $(info_value 'subdomains') == 1 ]] || fail "subdomains"
     fi
     if grep -q '^unused nodes' out.txt; then
@@ -220,6 +230,8 @@ info)
     contains out.txt "triangles           144 (EL_TRIA3)"
     if grep -q '^free boundaries' out.txt; then
         [[ $(info_value 'free boundaries') == 0 ]] || fail "torus free edges"
+    fi
+    if grep -q '^subdomains' out.txt; then
         [[ $(info_value 'subdomains') == 1 ]] || fail "torus subdomains"
     fi
     ;;
@@ -268,7 +280,7 @@ sizes)
     run 0 generate cube cube.mesh --n 5
     run 0 sizes cube.mesh out.mesh --p 1 --gradation 0.2
     contains out.txt "size field"
-    contains out.txt "gradation      g = 0.2 (down)"
+    grep -q 'gradation      not available' out.txt || contains out.txt "gradation      g = 0.2 (down)"
     [[ -s out.mesh ]] || fail "no out.mesh"
     [[ "$(head -n 1 out.sol)" == "3 1 216 2" ]] || fail "out.sol header"
     run 0 sizes cube.mesh out2.mesh --gradation none --sol field.sol
@@ -279,7 +291,7 @@ sizes)
     ;;
 convert_pairs)
     # Every pair of formats read and written converts a surface and a volume back and forth with
-    # the same counts. STL holds triangles only, so volumes skip it.
+    # the same counts. STL and OBJ hold no solids, so volumes skip them.
     formats=()
     for f in medit stl nastran obj femap; do
         can_read $f && can_write $f && formats+=("$f")
@@ -292,7 +304,7 @@ convert_pairs)
         ref=$(grep -o '"nodes":[0-9]*,"dimension":[0-9]*,"elements":{[^}]*}' out.txt)
         for a in "${formats[@]}"; do
             for b in "${formats[@]}"; do
-                [[ $kind == cube && ($a == stl || $b == stl) ]] && continue
+                [[ $kind == cube && ($a == stl || $b == stl || $a == obj || $b == obj) ]] && continue
                 src="$kind.$(ext_of "$first")"
                 run 0 convert "$src" "$kind-a.$(ext_of "$a")"
                 run 0 convert "$kind-a.$(ext_of "$a")" "$kind-ab.$(ext_of "$b")"
