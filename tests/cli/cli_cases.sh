@@ -56,6 +56,17 @@ need_command() {
     if grep -q 'not available in this build' probe.txt; then skip "$1 not in this build"; fi
 }
 
+# need_volume: V becomes the extension of a format read and written that holds solids.
+need_volume() {
+    for f in medit nastran femap; do
+        if can_read $f && can_write $f; then
+            V=$(ext_of $f)
+            return
+        fi
+    done
+    skip "no format read and written that holds solids"
+}
+
 # The value of a "key   value" line of info's text output.
 info_value() { sed -n "s/^$1  *\([0-9][0-9]*\).*/\1/p" out.txt | head -n 1; }
 
@@ -197,10 +208,9 @@ demo)
     [[ -d meshutil-demo-2 ]] || fail "no meshutil-demo-2 folder"
     ;;
 info)
-    need_write medit
-    need_read medit
-    run 0 generate cube cube.mesh --n 4
-    run 0 info cube.mesh
+    need_volume
+    run 0 generate cube cube.$V --n 4
+    run 0 info cube.$V
     contains out.txt "nodes                 125, 3-D coordinates"
     contains out.txt "tetrahedra          384 (EL_TETRA4)"
     contains out.txt "bounding box          [0, 1] x [0, 1] x [0, 1]"
@@ -220,13 +230,13 @@ info)
         grep -q '#' out.txt || fail "no histogram bars"
         contains out.txt "edge lengths          604 edges"
     fi
-    run 0 info cube.mesh --json
+    run 0 info cube.$V --json
     json_ok out.txt
     contains out.txt '"nodes":125'
     contains out.txt '"EL_TETRA4":384'
     # A surface: the torus is closed, one piece.
-    run 0 generate torus torus.mesh --n 3
-    run 0 info torus.mesh
+    run 0 generate torus torus.$V --n 3
+    run 0 info torus.$V
     contains out.txt "triangles           144 (EL_TRIA3)"
     if grep -q '^free boundaries' out.txt; then
         [[ $(info_value 'free boundaries') == 0 ]] || fail "torus free edges"
@@ -236,29 +246,27 @@ info)
     fi
     ;;
 quality)
-    need_write medit
-    need_read medit
-    need_command quality x.mesh
-    run 0 generate cube cube.mesh --n 3
-    run 0 quality cube.mesh --worst 5 --sol q.sol
-    contains out.txt "cube.mesh: 162 elements"
+    need_volume
+    need_command quality x.$V
+    run 0 generate cube cube.$V --n 3
+    run 0 quality cube.$V --worst 5 --sol q.sol
+    contains out.txt "cube.$V: 162 elements"
     contains out.txt "worst elements:"
     [[ $(grep -c 'EL_TETRA4' out.txt) == 5 ]] || fail "not 5 worst elements"
     # Listed worst first: the qualities do not decrease down the list.
     awk '/EL_TETRA4/ {print $3}' out.txt | sort -g -c || fail "worst list not in order"
     [[ "$(head -n 1 q.sol)" == "3 1 64 2" ]] || fail "q.sol header"
-    run 0 quality cube.mesh --json --all
+    run 0 quality cube.$V --json --all
     json_ok out.txt
     [[ $(grep -o '"element":' out.txt | wc -l) == 162 ]] || fail "--all does not list all"
     ;;
 boundary)
-    need_write medit
-    need_read medit
-    need_command boundary x.mesh y.mesh
-    run 0 generate cube cube.mesh --n 3
-    run 0 boundary cube.mesh skin.mesh
+    need_volume
+    need_command boundary x.$V y.$V
+    run 0 generate cube cube.$V --n 3
+    run 0 boundary cube.$V skin.$V
     contains out.txt "108 boundary elements"
-    run 0 info skin.mesh
+    run 0 info skin.$V
     contains out.txt "triangles           108 (EL_TRIA3)"
     if grep -q '^unused nodes' out.txt; then
         # Only the surface nodes stay: 4^3 - 2^3.
@@ -266,28 +274,27 @@ boundary)
         [[ $(info_value 'free boundaries') == 0 ]] || fail "the skin of a cube is closed"
     fi
     # The boundary of the boundary is empty.
-    run 0 boundary skin.mesh rim.mesh
+    run 0 boundary skin.$V rim.$V
     contains out.txt "no free boundary"
     # A square's boundary: 4 x 3 edges.
-    run 0 generate square sq.mesh --n 3
-    run 0 boundary sq.mesh sqb.mesh
+    run 0 generate square sq.$V --n 3
+    run 0 boundary sq.$V sqb.$V
     contains out.txt "12 boundary elements"
     ;;
 sizes)
-    need_write medit
-    need_read medit
-    need_command sizes x.mesh y.mesh
-    run 0 generate cube cube.mesh --n 5
-    run 0 sizes cube.mesh out.mesh --p 1 --gradation 0.2
+    need_volume
+    need_command sizes x.$V y.$V
+    run 0 generate cube cube.$V --n 5
+    run 0 sizes cube.$V out.$V --p 1 --gradation 0.2
     contains out.txt "size field"
     grep -q 'gradation      not available' out.txt || contains out.txt "gradation      g = 0.2 (down)"
-    [[ -s out.mesh ]] || fail "no out.mesh"
+    [[ -s out.$V ]] || fail "no out.$V"
     [[ "$(head -n 1 out.sol)" == "3 1 216 2" ]] || fail "out.sol header"
-    run 0 sizes cube.mesh out2.mesh --gradation none --sol field.sol
+    run 0 sizes cube.$V out2.$V --gradation none --sol field.sol
     [[ -s field.sol ]] || fail "no field.sol"
     grep -q '^gradation' out.txt && fail "gradation ran with --gradation none"
     # Direction up never lowers a size: the minimum stays.
-    run 0 sizes cube.mesh up.mesh --direction up --p min
+    run 0 sizes cube.$V up.$V --direction up --p min
     ;;
 convert_pairs)
     # Every pair of formats read and written converts a surface and a volume back and forth with
@@ -356,17 +363,16 @@ write_only)
     ((any)) || skip "no writer"
     ;;
 merge)
-    need_write medit
-    need_read medit
-    need_command convert x.mesh y.mesh --merge 0
+    need_volume
+    need_command convert x.$V y.$V --merge 0
     # A square written as a medit file; converting with a tolerance larger than the cells
     # collapses everything but a few elements, a tiny one changes nothing.
-    run 0 generate square sq.mesh --n 4
-    run 0 convert sq.mesh same.mesh --merge 1e-9
+    run 0 generate square sq.$V --n 4
+    run 0 convert sq.$V same.$V --merge 1e-9
     contains out.txt "merged 0 nodes"
-    run 0 convert sq.mesh coarse.mesh --merge 0.3
+    run 0 convert sq.$V coarse.$V --merge 0.3
     contains out.txt "merged"
-    run 0 info coarse.mesh
+    run 0 info coarse.$V
     ;;
 *)
     fail "unknown case"
