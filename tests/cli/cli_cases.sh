@@ -365,14 +365,28 @@ write_only)
 merge)
     need_volume
     need_command convert x.$V y.$V --merge 0
-    # A square written as a medit file; converting with a tolerance larger than the cells
-    # collapses everything but a few elements, a tiny one changes nothing.
-    run 0 generate square sq.$V --n 4
-    run 0 convert sq.$V same.$V --merge 1e-9
-    contains out.txt "merged 0 nodes"
-    run 0 convert sq.$V coarse.$V --merge 0.3
-    contains out.txt "merged"
+    # A tiny tolerance changes nothing; one above the smallest cell merges the nodes near the
+    # corner where the cube's cells are smallest, drops the collapsed tetrahedra and the nodes
+    # left unused.
+    run 0 generate cube cube.$V --n 4
+    run 0 convert cube.$V same.$V --merge 1e-9
+    contains out.txt "merged 0 nodes, removed 0 collapsed elements, dropped 0 unused nodes"
+    run 0 convert cube.$V coarse.$V --merge 0.12
+    n=$(sed -n 's/^merged \([0-9]*\) nodes.*/\1/p' out.txt)
+    ((n > 0)) || fail "nothing merged at 0.12"
     run 0 info coarse.$V
+    ((n + $(info_value nodes) <= 125)) || fail "nodes were merged but not dropped"
+    if can_read medit; then
+        # Two triangles written apart, sharing an edge in space: 6 vertices become 4.
+        printf 'MeshVersionFormatted 1\nDimension 2\nVertices\n6\n0 0 0\n1 0 0\n0 1 0\n1 0 0\n1 1 0\n0 1 0\nTriangles\n2\n1 2 3 0\n4 5 6 0\nEnd\n' > apart.mesh
+        run 0 convert apart.mesh joined.mesh --merge 0
+        contains out.txt "merged 2 nodes"
+        run 0 info joined.mesh
+        contains out.txt "nodes                 4, 2-D coordinates"
+        if grep -q '^free boundaries' out.txt; then
+            [[ $(info_value 'free boundaries') == 4 ]] || fail "the two triangles are not joined"
+        fi
+    fi
     ;;
 *)
     fail "unknown case"
