@@ -85,6 +85,26 @@ std::string plural(std::size_t n, const char* one, const char* many)
     return true;
 }
 
+/// Linear types that have a shape quality and a neighbour relation (after normalisation).
+bool has_shape(mu::element_type t)
+{
+    switch (t)
+    {
+    case mu::EL_EDGE2:
+    case mu::EL_FACE_MIX:
+    case mu::EL_TRIA3:
+    case mu::EL_QUAD4:
+    case mu::EL_SOLID_MIX:
+    case mu::EL_TETRA4:
+    case mu::EL_PYRAM5:
+    case mu::EL_PENTA6:
+    case mu::EL_HEXA8:
+        return true;
+    default:
+        return false;
+    }
+}
+
 // ------------------------------------------------------------------------------------ statistics
 
 struct mesh_report
@@ -100,6 +120,7 @@ struct mesh_report
     bool has_editing = false;
     std::size_t unused = 0, degenerated = 0;
     bool has_quality = false;
+    unsigned quality_dim = 0;
     qx7::misc::histogram quality;
     bool has_edges = false;
     std::size_t nbr_edges = 0;
@@ -169,7 +190,7 @@ int connectivity_report(const mesh& m, mesh_report& r)
     block p;
     if (!principal_elements(m, p))
         return fail(std::string("cannot analyse the mesh") + ": out of memory");
-    if (p.connectM.empty()) return exit_ok;
+    if (p.connectM.empty() || !has_shape(p.type)) return exit_ok;
     const unsigned dim = mu::element_dim(p.type);
     r.boundary_words = dim == 3 ? "faces" : dim == 2 ? "edges" : "end points";
     dense2D<unsigned> open, linked;
@@ -244,9 +265,24 @@ int qualities(const mesh& m, dense1D<double>& q)
     mesh lin;
     if (!linear_blocks(m, lin))
         return fail(std::string("cannot measure qualities") + ": out of memory");
-    block_range range(lin);
-    int code = mu::shape_qualities(lin.pos, range.first(), range.last(), range.types, q);
-    if (code < 0) return fail_call("cannot measure qualities", "shape_qualities", code);
+    // Block by block, so that elements without a shape (nodes) keep their place with NaN.
+    q.clear();
+    if (!q.reserve(m.nbr_elements())) return fail("cannot measure qualities: out of memory");
+    dense1D<double> one;
+    for (const block& b : lin.blocks)
+    {
+        if (b.connectM.empty()) continue;
+        if (!has_shape(b.type))
+        {
+            if (!q.push_back_n(std::numeric_limits<double>::quiet_NaN(), b.connectM.cols()))
+                return fail("cannot measure qualities: out of memory");
+            continue;
+        }
+        int code = mu::shape_qualities(lin.pos, b.connectM, b.type, one);
+        if (code < 0) return fail_call("cannot measure qualities", "shape_qualities", code);
+        for (std::size_t e = 0; e < one.size(); ++e)
+            if (!q.push_back(one[e])) return fail("cannot measure qualities: out of memory");
+    }
     return exit_ok;
 }
 
@@ -254,7 +290,19 @@ int quality_report(const mesh& m, mesh_report& r)
 {
     dense1D<double> q;
     if (int code = qualities(m, q)) return code;
-    r.quality.process(q);
+    // The histogram is that of the elements of the highest dimension (the tetrahedra of a
+    // volume mesh, not its boundary triangles).
+    const unsigned dim = m.top_dim();
+    std::size_t offset = 0;
+    for (const block& b : m.blocks)
+    {
+        const std::size_t n = b.connectM.empty() ? 0 : b.connectM.cols();
+        if (mu::element_dim(b.type) == dim)
+            for (std::size_t k = 0; k < n; ++k)
+                r.quality.process(q[offset + k]);
+        offset += n;
+    }
+    r.quality_dim = dim;
     r.has_quality = true;
 
     block_range range(m);
@@ -320,7 +368,8 @@ void print_report_text(const std::string& path, format f, const mesh_report& r)
     }
     if (r.has_quality && r.quality.count())
     {
-        std::printf("shape quality         min %s  mean %s  max %s", fmt(r.quality.min()).c_str(),
+        std::printf("shape quality         %s-D elements: min %s  mean %s  max %s",
+                    std::to_string(r.quality_dim).c_str(), fmt(r.quality.min()).c_str(),
                     fmt(r.quality.mean()).c_str(), fmt(r.quality.max()).c_str());
         if (r.quality.underflow())
             std::printf("  (%llu inverted)",
@@ -373,6 +422,7 @@ void print_report_json(const std::string& path, format f, const mesh_report& r)
     if (r.has_quality)
     {
         j.begin_object("shape_quality")
+            .value("dimension", std::uint64_t(r.quality_dim))
             .value("count", std::uint64_t(r.quality.count()))
             .value("min", r.quality.min())
             .value("mean", r.quality.mean())
@@ -520,17 +570,19 @@ int cmd_quality(const context& ctx)
         for (std::size_t e = 0; !m.blocks[k].connectM.empty() && e < m.blocks[k].connectM.cols();
              ++e)
             where.emplace_back(k, e);
-    std::vector<std::size_t> listed(q.size());
-    for (std::size_t e = 0; e < listed.size(); ++e)
-        listed[e] = e;
-    if (!ctx.flag("--all"))
+    // Every element with --all; else the worst first, ties in element order, elements without
+    // a shape quality (nodes) left out.
+    std::vector<std::size_t> listed;
+    listed.reserve(q.size());
+    const bool all = ctx.flag("--all");
+    for (std::size_t e = 0; e < q.size(); ++e)
+        if (all || !std::isnan(q[e])) listed.push_back(e);
+    if (!all)
     {
-        // Worst first; NaN counts as worst; ties in element order.
-        auto key = [&](std::size_t e) { return std::isnan(q[e]) ? -DBL_MAX : q[e]; };
         std::size_t n = std::min<std::size_t>(worst, listed.size());
         std::partial_sort(listed.begin(), listed.begin() + n, listed.end(),
                           [&](std::size_t a, std::size_t b)
-                          { return key(a) < key(b) || (key(a) == key(b) && a < b); });
+                          { return q[a] < q[b] || (q[a] == q[b] && a < b); });
         listed.resize(n);
     }
 
@@ -630,7 +682,7 @@ bool free_boundary(const mesh& m, mesh& out, std::size_t& count)
     out.pos = m.pos;
     out.blocks.assign(1, block{});
     count = 0;
-    if (p.connectM.empty()) return true;
+    if (p.connectM.empty() || !has_shape(p.type)) return true;
     dense2D<unsigned> neighbors, bnd;
     int code = mu::get_neighbors(p.connectM, p.type, true, neighbors);
     if (code < 0) return fail_call("cannot find neighbours", "get_neighbors", code), false;
