@@ -3,19 +3,19 @@
 #pragma once
 
 // Readers.
-#define CLI_READS_MEDIT 0
+#define CLI_READS_MEDIT 1
 #define CLI_READS_STL 1
-#define CLI_READS_NASTRAN 0
-#define CLI_READS_OBJ 0
-#define CLI_READS_FEMAP 0
+#define CLI_READS_NASTRAN 1
+#define CLI_READS_OBJ 1
+#define CLI_READS_FEMAP 1
 // Writers.
 #define CLI_WRITES_MEDIT 1
 #define CLI_WRITES_VTK 1
 #define CLI_WRITES_STL 1
 #define CLI_WRITES_NASTRAN 1
 #define CLI_WRITES_ENSIGHT 1
-#define CLI_WRITES_OBJ 0
-#define CLI_WRITES_FEMAP 0
+#define CLI_WRITES_OBJ 1
+#define CLI_WRITES_FEMAP 1
 #define CLI_HAS_NEIGHBORS 1
 #define CLI_HAS_MESH_BOUNDARIES 0
 #define CLI_HAS_SUBDOMAINS 0
