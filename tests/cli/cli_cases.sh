@@ -77,6 +77,13 @@ json_ok() { # FILE: parses as JSON (when a python is at hand)
     "$py" -c 'import json,sys; json.load(open(sys.argv[1]))' "$1" || fail "$1 is not valid JSON"
 }
 
+# Format name of an extension.
+format_of() {
+    case $1 in
+        mesh) echo medit ;; nas) echo nastran ;; neu) echo femap ;; *) echo "$1" ;;
+    esac
+}
+
 # Extension of a format name.
 ext_of() {
     case $1 in
@@ -230,6 +237,12 @@ info)
         grep -q '#' out.txt || fail "no histogram bars"
         contains out.txt "edge lengths          604 edges"
     fi
+    # The format named on the command line wins over the extension, for input and output.
+    cp cube.$V cube.dat
+    run 0 info cube.dat --format "$(format_of $V)"
+    contains out.txt "nodes                 125, 3-D coordinates"
+    run 0 convert cube.dat copy.txt --from "$(format_of $V)" --to vtk
+    [[ "$(head -n 1 copy.txt)" == "# vtk DataFile Version 2.0" ]] || fail "--to vtk"
     run 0 info cube.$V --json
     json_ok out.txt
     contains out.txt '"nodes":125'
