@@ -22,12 +22,14 @@ namespace qx7::meshutil
 /// (normalize_type). Supported: EL_EDGE2 (every value exactly 1.0), EL_TRIA3, EL_QUAD4,
 /// EL_FACE_MIX, EL_TETRA4, EL_PYRAM5, EL_PENTA6, EL_HEXA8, EL_SOLID_MIX; quadratic types are not.
 /// Mixed columns: EL_FACE_MIX is a triangle when row 3 is ~0u; EL_SOLID_MIX is a tetrahedron when
-/// row 3 is defined and row 4 is ~0u, a pyramid when rows 4 is defined and 5 is ~0u, a prism
-/// when rows 4 and 5 are defined and 6 is ~0u, else a hexahedron (a column with rows 3 and 4 both
-/// ~0u, which the connectivity check rejects, would read as a prism or hexahedron).
-/// Nearly degenerate elements are recomputed more carefully (other node orderings, sub-tetrahedra
-/// of pyramids, faces of prisms and hexahedra against the centroid); degenerate elements are not
-/// errors. out may not share its storage with connectM or pos (different element types).
+/// row 3 is defined and row 4 is ~0u, a pyramid when row 4 is defined and row 5 is ~0u, a prism
+/// when rows 4 and 5 are defined and row 6 is ~0u, else a hexahedron (a column with rows 3 and 4
+/// both ~0u, which the connectivity check rejects, would read as a prism or hexahedron). Nearly
+/// degenerate elements are recomputed more carefully (other node orderings, sub-tetrahedra of
+/// pyramids, faces of prisms and hexahedra against the centroid); degenerate elements are not
+/// errors. The warp factor of a quadrangular face in the face check of prisms and hexahedra is
+/// that of pyramid bases, computed from the face's corner normals (shared with the face's
+/// pyramid value) without any tolerance: a vanishing corner normal gives 0.
 /// @param[in]  pos       2 or 3 x nbr_nodes coordinates.
 /// @param[in]  connectM  nbr_nodes(FE_type) x nbr_elements.
 /// @param[in]  FE_type   element type of every column.

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <meshutil/metrics.h>
 #include <meshutil/quality.h>
 
 namespace qx7::meshutil
@@ -247,7 +248,7 @@ struct edge_list
 /// Measures the listed edges with sizes; false when some edge was skipped.
 template <unsigned DIM>
 bool measure(const dense2D<double>& pos, const edge_list& list, const dense1D<double>& sizes,
-             misc::histogram& histo) noexcept
+             unsigned char*, misc::histogram& histo) noexcept
 {
     bool all = true;
     const std::size_t nbr_sizes = sizes.size();
@@ -262,6 +263,51 @@ bool measure(const dense2D<double>& pos, const edge_list& list, const dense1D<do
         }
         double li, lj;
         histo.process(detail::iso_edge_length<DIM>(pos.col(i), pos.col(j), h[i], h[j], li, lj));
+    }
+    return all;
+}
+
+/// Validity of the metric of node i, computed once per node: flags[i] is 0 before, then 1 for a
+/// valid metric, 2 for an invalid one.
+template <unsigned DIM>
+bool valid_at(const dense2D<double>& metrics, unsigned i, unsigned char* flags) noexcept
+{
+    if (flags[i] == 0)
+    {
+        symmetric_fixed<double, DIM> M;
+        const double* m = metrics.col(i);
+        for (std::size_t k = 0; k < M.size(); ++k)
+            M[k] = m[k];
+        flags[i] = is_valid_metric(M) ? 1 : 2;
+    }
+    return flags[i] == 1;
+}
+
+/// Measures the listed edges with metrics; flags holds metrics.cols() zeroed bytes. False when
+/// some edge was skipped.
+template <unsigned DIM>
+bool measure(const dense2D<double>& pos, const edge_list& list, const dense2D<double>& metrics,
+             unsigned char* flags, misc::histogram& histo) noexcept
+{
+    constexpr std::size_t need = DIM * (DIM + 1) / 2;
+    if (list.size() && metrics.rows() < need) return false;
+    bool all = true;
+    const std::size_t nbr_metrics = metrics.cols();
+    for (std::size_t k = 0, n = list.size(); k < n; ++k)
+    {
+        const unsigned i = list.first(k), j = list.second(k);
+        if (i >= nbr_metrics || j >= nbr_metrics || !valid_at<DIM>(metrics, i, flags) ||
+            !valid_at<DIM>(metrics, j, flags))
+        {
+            all = false;
+            continue;
+        }
+        const double* xi = pos.col(i);
+        const double* xj = pos.col(j);
+        double e[DIM], li, lj;
+        for (unsigned c = 0; c < DIM; ++c)
+            e[c] = xj[c] - xi[c];
+        histo.process(detail::metric_edge_length<DIM>(e, metrics.col(i), metrics.col(j), li, lj));
     }
     return all;
 }
@@ -281,9 +327,43 @@ int check_edge_arguments(const dense2D<double>& pos, const dense2D<unsigned>* fi
     return 1;
 }
 
-/// Moves the codes of the range forms below -3 up by one (the memory code stays).
-int single_form_code(int code) noexcept
+/// Validity flags a field needs: one per metric, none for sizes.
+std::size_t nbr_flags(const dense1D<double>&) noexcept
 {
+    return 0;
+}
+std::size_t nbr_flags(const dense2D<double>& metrics) noexcept
+{
+    return metrics.cols();
+}
+
+/// The range forms of edge_qualities, for sizes or metrics.
+template <class Field>
+int range_form(const dense2D<double>& pos, const dense2D<unsigned>* first,
+               const dense2D<unsigned>* last, const dense1D<int>& types, const Field& field,
+               misc::histogram& histo, const dense2D<unsigned>& excluded) noexcept
+{
+    const int check = check_edge_arguments(pos, first, last, types, excluded);
+    if (check <= 0) return check;
+    edge_list list;
+    dense1D<unsigned char> flags;
+    if (list.build(first, last, types, &excluded) != 0 || !flags.resize(nbr_flags(field), 0))
+        return -199;
+    const bool all = pos.rows() == 2 ? measure<2>(pos, list, field, flags.data(), histo)
+                                     : measure<3>(pos, list, field, flags.data(), histo);
+    return all ? static_cast<int>(list.size()) : -5;
+}
+
+/// The one-connectivity forms: the range form over one matrix, its codes below -3 moved up by
+/// one (the memory code stays).
+template <class Field>
+int single_form(const dense2D<double>& pos, const dense2D<unsigned>& connectM, element_type FE_type,
+                const Field& field, misc::histogram& histo,
+                const dense2D<unsigned>& excluded) noexcept
+{
+    dense1D<int> types;
+    if (!types.resize(1, static_cast<int>(FE_type))) return -199;
+    const int code = range_form(pos, &connectM, &connectM + 1, types, field, histo, excluded);
     return code < -3 && code != -199 ? code + 1 : code;
 }
 
@@ -334,23 +414,29 @@ int edge_qualities(const dense2D<double>& pos, const dense2D<unsigned>* connect_
                    const dense1D<double>& sizes, misc::histogram& histo,
                    const dense2D<unsigned>& excluded) noexcept
 {
-    const int check = check_edge_arguments(pos, connect_begin, connect_end, FE_types, excluded);
-    if (check <= 0) return check;
-    edge_list list;
-    if (list.build(connect_begin, connect_end, FE_types, &excluded) != 0) return -199;
-    const bool all =
-        pos.rows() == 2 ? measure<2>(pos, list, sizes, histo) : measure<3>(pos, list, sizes, histo);
-    return all ? static_cast<int>(list.size()) : -5;
+    return range_form(pos, connect_begin, connect_end, FE_types, sizes, histo, excluded);
+}
+
+int edge_qualities(const dense2D<double>& pos, const dense2D<unsigned>* connect_begin,
+                   const dense2D<unsigned>* connect_end, const dense1D<int>& FE_types,
+                   const dense2D<double>& metrics, misc::histogram& histo,
+                   const dense2D<unsigned>& excluded) noexcept
+{
+    return range_form(pos, connect_begin, connect_end, FE_types, metrics, histo, excluded);
 }
 
 int edge_qualities(const dense2D<double>& pos, const dense2D<unsigned>& connectM,
                    element_type FE_type, const dense1D<double>& sizes, misc::histogram& histo,
                    const dense2D<unsigned>& excluded) noexcept
 {
-    dense1D<int> types;
-    if (!types.resize(1, static_cast<int>(FE_type))) return -199;
-    return single_form_code(
-        edge_qualities(pos, &connectM, &connectM + 1, types, sizes, histo, excluded));
+    return single_form(pos, connectM, FE_type, sizes, histo, excluded);
+}
+
+int edge_qualities(const dense2D<double>& pos, const dense2D<unsigned>& connectM,
+                   element_type FE_type, const dense2D<double>& metrics, misc::histogram& histo,
+                   const dense2D<unsigned>& excluded) noexcept
+{
+    return single_form(pos, connectM, FE_type, metrics, histo, excluded);
 }
 
 } // namespace qx7::meshutil

@@ -371,3 +371,109 @@ TEST(edges, edge_qualities_argument_ladder)
     EXPECT_EQ(edge_qualities(pos, mats[0], EL_TRIA3, dense1D<double>(4, 0.0), h, none), -4);
     EXPECT_EQ(h.count(), 0u);
 }
+
+TEST(edges, metric_qualities_match_brute_force_and_sizes)
+{
+    std::mt19937_64 gen(123);
+    std::uniform_real_distribution<double> u(0.0, 1.0);
+    for (std::size_t rows : {std::size_t(2), std::size_t(3)})
+    {
+        const unsigned nbr_nodes = 300;
+        const std::size_t mrows = rows == 2 ? 3 : 6;
+        const dense2D<double> pos = random_pos(rows, nbr_nodes, gen);
+        dense1D<double> sizes(nbr_nodes);
+        dense2D<double> iso(mrows, nbr_nodes, 0.0), aniso(mrows, nbr_nodes, 0.0);
+        std::vector<std::vector<double>> full(nbr_nodes); // 3 x 3 row-major
+        for (unsigned j = 0; j < nbr_nodes; ++j)
+        {
+            sizes[j] = 0.1 + u(gen);
+            const double l = 1.0 / (sizes[j] * sizes[j]);
+            iso(0, j) = iso(2, j) = l;
+            if (rows == 3) iso(5, j) = l;
+            // A random positive-definite metric G^T G + 0.1 I.
+            double G[3][3], M[3][3];
+            for (auto& r : G)
+                for (double& v : r)
+                    v = 2 * u(gen) - 1;
+            for (int a = 0; a < 3; ++a)
+                for (int b = 0; b < 3; ++b)
+                {
+                    M[a][b] = a == b ? 0.1 : 0.0;
+                    for (int k = 0; k < 3; ++k)
+                        M[a][b] += G[k][a] * G[k][b];
+                }
+            aniso(0, j) = M[0][0], aniso(1, j) = M[0][1], aniso(2, j) = M[1][1];
+            if (rows == 3) aniso(3, j) = M[0][2], aniso(4, j) = M[1][2], aniso(5, j) = M[2][2];
+            full[j] = {M[0][0], M[0][1], M[0][2], M[1][0], M[1][1],
+                       M[1][2], M[2][0], M[2][1], M[2][2]};
+        }
+        const dense2D<unsigned> M = random_connectivity(EL_SOLID_MIX, 400, nbr_nodes, gen);
+        const dense2D<unsigned> none;
+        misc::histogram by_sizes(0, 50, 50), by_iso(0, 50, 50), by_aniso(0, 50, 50), ref(0, 50, 50);
+        const int n = edge_qualities(pos, M, EL_SOLID_MIX, sizes, by_sizes, none);
+        ASSERT_GT(n, 0);
+        EXPECT_EQ(edge_qualities(pos, M, EL_SOLID_MIX, iso, by_iso, none), n);
+        EXPECT_EQ(edge_qualities(pos, M, EL_SOLID_MIX, aniso, by_aniso, none), n);
+        EXPECT_NEAR(by_iso.sum(), by_sizes.sum(), 1e-10 * by_sizes.sum());
+        EXPECT_NEAR(by_iso.max(), by_sizes.max(), 1e-10 * by_sizes.max());
+        edge_set edges;
+        add_reference(edges, M, EL_SOLID_MIX);
+        for (auto [a, b] : edges)
+        {
+            double e[3] = {0, 0, 0}, qa = 0, qb = 0;
+            for (std::size_t i = 0; i < rows; ++i)
+                e[i] = pos(i, b) - pos(i, a);
+            for (std::size_t r = 0; r < rows; ++r)
+                for (std::size_t c = 0; c < rows; ++c)
+                    qa += e[r] * full[a][3 * r + c] * e[c], qb += e[r] * full[b][3 * r + c] * e[c];
+            const double la = std::sqrt(qa), lb = std::sqrt(qb);
+            ref.process(qa > 0 && qb > 0 ? la * lb / reference_mean(la, lb) : 0.0);
+        }
+        EXPECT_EQ(by_aniso.count(), ref.count());
+        EXPECT_NEAR(by_aniso.sum(), ref.sum(), 1e-6 * ref.sum());
+        EXPECT_NEAR(by_aniso.max(), ref.max(), 1e-6 * ref.max());
+    }
+}
+
+TEST(edges, invalid_metrics_are_skipped)
+{
+    //  0 ---- 1 ---- 2    (2-D), metric at node 2 indefinite: [[1, 2], [2, 1]]
+    dense2D<double> pos(2, 3, 0.0);
+    pos(0, 1) = 1.0, pos(0, 2) = 2.0;
+    dense2D<unsigned> edges(2, 2);
+    edges(0, 0) = 0, edges(1, 0) = 1, edges(0, 1) = 1, edges(1, 1) = 2;
+    dense2D<double> metrics(3, 3, 0.0);
+    for (std::size_t j = 0; j < 3; ++j)
+        metrics(0, j) = metrics(2, j) = 4.0; // size 0.5
+    const dense2D<unsigned> none;
+    misc::histogram h;
+    EXPECT_EQ(edge_qualities(pos, edges, EL_EDGE2, metrics, h, none), 2);
+    EXPECT_EQ(h.count(), 2u);
+    EXPECT_DOUBLE_EQ(h.max(), 2.0);
+    metrics(1, 2) = 2 * 4.0; // eigenvalues -4 and 12
+    h.clear();
+    EXPECT_EQ(edge_qualities(pos, edges, EL_EDGE2, metrics, h, none), -4);
+    EXPECT_EQ(h.count(), 1u);
+    dense1D<int> types(1, int(EL_EDGE2));
+    h.clear();
+    EXPECT_EQ(edge_qualities(pos, &edges, &edges + 1, types, metrics, h, none), -5);
+    EXPECT_EQ(h.count(), 1u);
+    // Too few metric columns, or too few rows for the dimension: those edges are skipped.
+    h.clear();
+    EXPECT_EQ(edge_qualities(pos, edges, EL_EDGE2, metrics.sub_matrix(0, 0, 3, 2), h, none), -4);
+    EXPECT_EQ(h.count(), 1u);
+    dense2D<double> pos3(3, 3, 0.0);
+    h.clear();
+    EXPECT_EQ(edge_qualities(pos3, edges, EL_EDGE2, metrics, h, none), -4);
+    EXPECT_EQ(h.count(), 0u);
+    // A zero 3-D metric is invalid too; a metric of 1e-300 I is valid.
+    dense2D<double> m3(6, 3, 0.0);
+    for (std::size_t j = 0; j < 3; ++j)
+        m3(0, j) = m3(2, j) = m3(5, j) = 1e-300;
+    h.clear();
+    EXPECT_EQ(edge_qualities(pos3, edges, EL_EDGE2, m3, h, none), 2);
+    m3(0, 0) = m3(2, 0) = m3(5, 0) = 0.0;
+    h.clear();
+    EXPECT_EQ(edge_qualities(pos3, edges, EL_EDGE2, m3, h, none), -4);
+    EXPECT_EQ(h.count(), 1u);
+}

@@ -338,6 +338,23 @@ TEST(shape, nearly_degenerate_elements_stay_small_and_signed)
     EXPECT_LT(qw, 0.95);
 }
 
+TEST(shape, warped_bases_and_planar_coordinates)
+{
+    // Lifting one base corner of the pyramid warps its base: lower, still positive.
+    Nodes pyramid = ideal_elements()[3].nodes;
+    const double q0 = quality_of(pyramid, 3, EL_PYRAM5);
+    pyramid[2][2] = 0.3;
+    const double q1 = quality_of(pyramid, 3, EL_PYRAM5);
+    EXPECT_GT(q1, 0.0);
+    EXPECT_LT(q1, q0 - 0.05);
+    // Solids on 2-row coordinates read z = 0: flat, quality 0 (the planar warp factor is 1).
+    for (const auto& e : ideal_elements())
+        if (!is_planar_type(e.type))
+        {
+            EXPECT_EQ(quality_of(e.nodes, 2, e.type), 0.0) << e.name;
+        }
+}
+
 TEST(shape, mixed_matrices_match_pure_ones)
 {
     std::mt19937_64 gen(17);
@@ -465,4 +482,137 @@ TEST(shape, range_overloads_keep_the_zero_row_offset)
     EXPECT_EQ(h.min(), 0.0);
     EXPECT_EQ(shape_qualities(pos, quad, EL_TRIA3, h), -2);
     EXPECT_EQ(h.count(), 5u);
+}
+
+namespace
+{
+
+// Straightforward evaluation of a pyramid's base warp factor: triangle normals from the node
+// differences, an asin per call.
+double naive_warp(const double* const B[4])
+{
+    auto normal = [](const double* a, const double* b, const double* c, double* n)
+    {
+        double u[3], v[3];
+        qd::sub3(b, a, u);
+        qd::sub3(c, a, v);
+        qd::cross3(u, v, n);
+        return std::sqrt(qd::dot3(n, n));
+    };
+    double n[4][3], l[4];
+    l[0] = normal(B[0], B[1], B[2], n[0]);
+    l[1] = normal(B[0], B[2], B[3], n[1]);
+    l[2] = normal(B[1], B[2], B[3], n[2]);
+    l[3] = normal(B[1], B[3], B[0], n[3]);
+    if (!(l[0] > 0) || !(l[1] > 0) || !(l[2] > 0) || !(l[3] > 0)) return 0.0;
+    double c = std::max(qd::dot3(n[0], n[1]) / (l[0] * l[1]), qd::dot3(n[2], n[3]) / (l[2] * l[3]));
+    c = std::max(std::min(c, 1.0), -1.0);
+    return std::max(0.0, std::asin(c) / M_PI + 0.5);
+}
+
+// Pyramid value from the volumes that the base diagonals cut off, written out plainly.
+double naive_pyram_value(const double* const B[5])
+{
+    double a[4][3], n13[3], n02[3], t0[3], t3[3];
+    for (int i = 0; i < 4; ++i)
+        qd::sub3(B[i], B[4], a[i]);
+    qd::cross3(a[1], a[3], n13);
+    qd::cross3(a[0], a[2], n02);
+    qd::sub3(B[4], B[0], t0);
+    qd::sub3(B[4], B[3], t3);
+    const double V = std::min(std::min(qd::dot3(t0, n13), qd::dot3(a[2], n13)),
+                              std::min(qd::dot3(t3, n02), qd::dot3(a[1], n02)));
+    double E = 0;
+    for (int i = 0; i < 4; ++i)
+        E += 2 * qd::dist2_3(B[(i + 1) % 4], B[i]) + qd::dot3(a[i], a[i]);
+    return std::max(std::min(24 * std::sqrt(6.0) * V / std::pow(E, 1.5), 1.0), -1.0);
+}
+
+// The hexahedron and prism measures written out plainly, each face checked in full.
+double naive_extruded(const double* const* P, unsigned N)
+{
+    const unsigned n = 2 * N;
+    double V = 1e300, E = 0;
+    for (unsigned i = 0; i < n; ++i)
+    {
+        const unsigned* c = N == 4 ? qd::hexa_corners[i] : nullptr;
+        static const unsigned pc[6][3] = {{1, 2, 3}, {2, 0, 4}, {0, 1, 5},
+                                          {5, 4, 0}, {3, 5, 1}, {4, 3, 2}};
+        if (N == 3) c = pc[i];
+        double a[3], b[3], d[3];
+        qd::sub3(P[c[0]], P[i], a);
+        qd::sub3(P[c[1]], P[i], b);
+        qd::sub3(P[c[2]], P[i], d);
+        V = std::min(V, qd::det3(a, b, d));
+    }
+    for (unsigned i = 0; i < N; ++i)
+        E += qd::dist2_3(P[(i + 1) % N], P[i]) + qd::dist2_3(P[N + (i + 1) % N], P[N + i]) +
+             qd::dist2_3(P[i + N], P[i]);
+    const double K = N == 4 ? 24 * std::sqrt(3.0) : 18 * std::sqrt(3.0);
+    double q = std::max(std::min(K * V / std::pow(E, 1.5), 1.0), -1.0);
+    if (!(q > 1e-12)) return q;
+    double C[3] = {0, 0, 0};
+    for (unsigned i = 0; i < n; ++i)
+        for (int k = 0; k < 3; ++k)
+            C[k] += P[i][k] / n;
+    const local_boundaries& faces = N == 4 ? hexa_boundaries : penta_boundaries;
+    double min_face = 1, min_warp = 1;
+    for (unsigned f = 0; f < faces.count && min_face > 1e-12; ++f)
+    {
+        const unsigned* v = faces.nodes[f];
+        if (faces.size[f] == 3)
+        {
+            min_face = std::min(min_face, -qd::tetra_quality(P[v[0]], P[v[1]], P[v[2]], C));
+            continue;
+        }
+        const double* B[5] = {P[v[0]], P[v[1]], P[v[2]], P[v[3]], C};
+        const double qf = naive_pyram_value(B);
+        EXPECT_NEAR(qf, qd::pyram_value(B), 1e-13);
+        double value, warp = 0, t;
+        if (qf <= 1e-12)
+            value = qf;
+        else if (qf < 4.1569219381653057e-11 && (t = qd::pyram_subtetra_min(B)) < 1e-12)
+            value = t;
+        else
+            warp = naive_warp(B), value = qf * warp;
+        min_face = std::min(min_face, value);
+        min_warp = std::min(min_warp, warp);
+    }
+    q *= min_warp;
+    return min_face < 1e-12 ? min_face : q;
+}
+
+} // namespace
+
+TEST(shape, prism_and_hexahedron_fast_paths_agree_with_plain_evaluation)
+{
+    // Strong perturbations reach every branch: warped faces (negative warp cosines), inverted
+    // face pyramids, inverted corners.
+    std::mt19937_64 gen(4242);
+    const auto ideals = ideal_elements();
+    unsigned negative = 0, warped = 0;
+    for (double amount : {0.02, 0.2, 0.45})
+        for (int trial = 0; trial < 3000; ++trial)
+            for (unsigned which : {4u, 5u})
+            {
+                const Nodes nodes = perturb(ideals[which].nodes, gen, amount);
+                const double* P[8];
+                for (std::size_t i = 0; i < nodes.size(); ++i)
+                    P[i] = nodes[i].data();
+                const unsigned N = which == 5 ? 4 : 3;
+                const double fast = N == 4 ? qd::hexa_quality(P, true) : qd::penta_quality(P, true);
+                if (N == 4)
+                {
+                    // The corner-parallel path gives the general path's value bit for bit.
+                    const double general = qd::extruded_quality<4>(
+                        P, qd::hexa_corners, 41.569219381653056, hexa_boundaries, true);
+                    EXPECT_EQ(fast, general) << trial;
+                }
+                const double plain = naive_extruded(P, N);
+                EXPECT_NEAR(fast, plain, 1e-12 + 1e-9 * std::fabs(plain)) << N << " " << trial;
+                negative += fast < 0;
+                warped += fast > 0 && fast < 0.5;
+            }
+    EXPECT_GT(negative, 100u);
+    EXPECT_GT(warped, 100u);
 }
