@@ -17,8 +17,8 @@
 #define CLI_WRITES_OBJ 1
 #define CLI_WRITES_FEMAP 1
 #define CLI_HAS_NEIGHBORS 1
-#define CLI_HAS_MESH_BOUNDARIES 0
-#define CLI_HAS_SUBDOMAINS 0
+#define CLI_HAS_MESH_BOUNDARIES 1
+#define CLI_HAS_SUBDOMAINS 1
 // merge, remove_degenerated, simplify, count_unique_indices.
 #define CLI_HAS_EDITING 1
 // shape_qualities, copy_edges.
