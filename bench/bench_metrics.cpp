@@ -1,12 +1,17 @@
 // Benchmarks of the metric family on a structured tetrahedral mesh of the unit cube.
+#include "metrics/gradation_engine.h"
+
 #include <benchmark/benchmark.h>
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
+#include <ctime>
 #include <meshutil/metrics.h>
+#include <meshutil/quality.h>
 
 using namespace qx7;
 using namespace qx7::meshutil;
+namespace md = qx7::meshutil::detail;
 
 namespace
 {
@@ -151,6 +156,119 @@ void BM_are_valid_metrics_3d(benchmark::State& state)
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 BENCHMARK(BM_are_valid_metrics_3d)->Arg(1000000)->Unit(benchmark::kMillisecond);
+
+/// Process CPU time in seconds (the machine is shared: wall time says little).
+double cpu_seconds()
+{
+    timespec t;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+    return double(t.tv_sec) + 1e-9 * double(t.tv_nsec);
+}
+
+/// CPU seconds of one H_shock pass over all edges of the mesh (the yardstick of the gradation).
+double shock_pass_seconds(const dense2D<double>& pos, const dense2D<unsigned>& connectM,
+                          const dense1D<double>& sizes, std::size_t& nbr_edges)
+{
+    dense2D<unsigned> edges;
+    copy_edges(connectM, EL_TETRA4, edges);
+    nbr_edges = edges.cols();
+    dense1D<double> shocks;
+    H_shock(pos, edges, sizes, shocks); // warm-up: first touch of the output
+    const double t0 = cpu_seconds();
+    H_shock(pos, edges, sizes, shocks);
+    return cpu_seconds() - t0;
+}
+
+/// Log-uniform sizes in [0.001, 1].
+void random_sizes(std::size_t n, std::uint64_t seed, dense1D<double>& h)
+{
+    rng r{seed};
+    h.resize(n);
+    const double la = std::log(0.001);
+    for (std::size_t j = 0; j < n; ++j)
+        h[j] = std::exp(la * (1.0 - r.uniform()));
+}
+
+/// Engine counters of one run on a copy of the field (not timed).
+template <bool ANISO>
+md::gradation_counters count_run(const dense2D<double>& pos, const dense2D<unsigned>& connectM,
+                                 double* field, std::size_t ld, std::size_t rows,
+                                 std::size_t entries)
+{
+    md::gradation_counters c;
+    const dense1D<unsigned> none;
+    md::bound_gradation<ANISO, false>(pos, connectM, EL_TETRA4, none, true, 0, 0.2, field, ld, rows,
+                                      entries, c);
+    return c;
+}
+
+void BM_gradation_iso(benchmark::State& state)
+{
+    dense2D<double> pos;
+    dense2D<unsigned> connectM;
+    cube_mesh(side_for(state.range(0)), pos, connectM);
+    dense1D<double> h0, h;
+    random_sizes(pos.cols(), 3, h0);
+    const dense1D<unsigned> none;
+    int modified = 0;
+    double cpu = 0.0;
+    for (auto _ : state)
+    {
+        state.PauseTiming();
+        h.copy(h0);
+        state.ResumeTiming();
+        const double t0 = cpu_seconds();
+        modified = bound_metric_gradations(pos, connectM, EL_TETRA4, none, true, 0, 0.2, h);
+        cpu += cpu_seconds() - t0;
+        benchmark::DoNotOptimize(modified);
+    }
+    std::size_t nbr_edges = 0;
+    const double pass = shock_pass_seconds(pos, connectM, h0, nbr_edges);
+    state.counters["edges"] = double(nbr_edges);
+    state.counters["H_shock_ms"] = 1e3 * pass;
+    state.counters["x_H_shock"] = cpu / double(state.iterations()) / pass;
+    h.copy(h0);
+    const md::gradation_counters c = count_run<false>(pos, connectM, h.data(), 1, 1, h.size());
+    state.SetItemsProcessed(state.iterations() * std::int64_t(pos.cols()));
+    state.counters["nodes"] = double(pos.cols());
+    state.counters["modified"] = modified;
+    state.counters["pops"] = double(c.pops);
+    state.counters["stale"] = double(c.stale);
+    state.counters["updates"] = double(c.updates);
+}
+BENCHMARK(BM_gradation_iso)
+    ->Arg(250000)
+    ->Arg(1000000)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1);
+
+void BM_gradation_aniso_3d(benchmark::State& state)
+{
+    dense2D<double> pos;
+    dense2D<unsigned> connectM;
+    cube_mesh(side_for(state.range(0)), pos, connectM);
+    dense2D<double> M0, M;
+    random_metrics(pos.cols(), 0.001, 1.0, 4, M0);
+    const dense1D<unsigned> none;
+    int modified = 0;
+    for (auto _ : state)
+    {
+        state.PauseTiming();
+        M.copy(M0);
+        state.ResumeTiming();
+        modified = bound_metric_gradations(pos, connectM, EL_TETRA4, none, true, 0, 0.2, M);
+        benchmark::DoNotOptimize(modified);
+    }
+    M.copy(M0);
+    const md::gradation_counters c =
+        count_run<true>(pos, connectM, M.col(0), M.ld(), M.rows(), M.cols());
+    state.SetItemsProcessed(state.iterations() * std::int64_t(pos.cols()));
+    state.counters["nodes"] = double(pos.cols());
+    state.counters["modified"] = modified;
+    state.counters["pops"] = double(c.pops);
+    state.counters["updates"] = double(c.updates);
+}
+BENCHMARK(BM_gradation_aniso_3d)->Arg(250000)->Unit(benchmark::kMillisecond)->Iterations(1);
 
 } // namespace
 

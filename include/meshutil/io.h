@@ -172,16 +172,16 @@ MESHUTIL_API int vtk_output(FILE* file, const dense2D<double>& pos, unsigned nbr
 
 /// Writes a mesh as a legacy VTK text file. Matrix k of the range has type element_types[k];
 /// mixed matrices (EL_FACE_MIX with 4 rows, EL_SOLID_MIX with 8) are split by shape, their columns
-/// grouped by number of defined nodes, and each shape present is converted in the order
-/// triangles, quadrangles, or tetrahedra, pyramids, wedges, hexahedra; the other matrices are
-/// converted in range order by vtk_convert. Matrices with no entries write nothing, whatever their
-/// type. The file is opened first and the checks follow: a failed check leaves an empty file,
-/// deliberately.
+/// grouped by number of defined nodes, the shapes present following each other in the order
+/// triangles, quadrangles, or tetrahedra, pyramids, wedges, hexahedra; every part is converted by
+/// vtk_convert, in range order. Matrices with no entries write nothing, whatever their type. The
+/// file is opened first and the checks follow: a failed check leaves an empty file, deliberately.
 /// @return 0; -1 the file cannot be opened or written; -2 pos has neither 2 nor 3 rows; -4 last
 ///         before first; -5 the number of matrices differs from element_types.size(); -3 a matrix
 ///         fails check_IDs against its type and pos.cols(); then the first non-zero code of
 ///         vtk_convert (-2 for a type without a VTK cell); -199 memory.
-/// Complexity: O(nbr_nodes + total entries) time and extra memory.
+/// Complexity: O(nbr_nodes + total entries) time; O(entries of the mixed matrices) extra memory
+/// (the cell lists are converted and written block by block, never held whole).
 MESHUTIL_API int vtk_output(const char* filename, const dense2D<double>& pos,
                             const dense2D<unsigned>* first, const dense2D<unsigned>* last,
                             const dense1D<int>& element_types) noexcept;

@@ -309,6 +309,113 @@ MESHUTIL_API int metrics_aniso3d_to_aniso2d(const dense2D<double>& metrics3d,
                                             const dense2D<double>& frames,
                                             dense2D<double>& metrics) noexcept;
 
+// ------------------------------------------------------------------------------------ gradation
+// Gradation control. The size shock of an edge is exp(|h_j - h_i| / d) - 1 for sizes h_i, h_j at
+// its ends and Euclidean length d (the sizes' ratio per unit of length measured in the field,
+// through the logarithmic mean of the two sizes); for metrics the sizes are those along the edge,
+// d / sqrt(e^T M e). The size variation of an edge is |h_j - h_i| / d. The gradation functions
+// pull sizes towards their neighbours' until no edge of the node graph of connectM (two nodes
+// are neighbours when an element contains both, quadrangle and hexahedron diagonals included)
+// exceeds g: a priority queue of 16-byte entries (float key, stamp, node, neighbour) treats the
+// worst edge first, and a modified node puts its edges back into the queue; older entries of a
+// node are discarded lazily by the stamp test.
+//
+// A move of node i towards j is the fraction t = 1 - d step / |h_j - h_i| of the size gap, with
+// step = ln(1 + g) (shock) or g (variation), so that the edge's measure becomes g. It needs
+// t > 0.001 (so measures may end up to (1 + g)^(1 / 0.999) - 1, or g / 0.999, above g) and a
+// change of the size by a ratio above 1 + 1e-12. Directions: a node may only grow (1), only
+// shrink (-1), or (0) takes the direction of its first move (t > 1e-12) and keeps it; any other
+// low byte of `direction` matches neither, and nothing moves. Frozen nodes never change; a move
+// of a node is limited so that the edges to its frozen neighbours do not exceed g on the far
+// side of the move (the band |h - h_k| <= d_k step around each frozen neighbour k, or the size
+// along the edge for metrics), and fails when the node already starts beyond such a band; a
+// frozen neighbour that puts no limit in the direction of the move is ignored.
+//
+// Metrics move along their simultaneous reduction with the metric at j (see minimum_metric): in
+// each reduced direction the size moves linearly towards j's, but only when that is the move's
+// direction (sizes of a growing node never shrink in any direction, and the other way round), so
+// the size along the edge changes monotonically; the fraction is found by a root search to
+// 1e-13 relative and the result is always a valid metric. On isotropic metrics (1/h^2) I the
+// moves are those of the isotropic form. A metric move fails on a zero-length edge, on invalid
+// metrics at either end, or when the reduction fails.
+//
+// Checks, in order (all four functions): 0 at once when connectM is empty or g == DBL_MAX; -1
+// pos has neither 2 nor 3 rows; -2 connectM does not conform to FE_type with indices below
+// pos.cols(); -4 an entry of nodes is not below pos.cols(); -7 g is not >= 0 (NaN included); -8
+// the metric field does not have 3 rows (2-D) or 6 rows (3-D), or the field has no more entries
+// than the largest node index of connectM. Then -199 when memory cannot be had (the field may
+// then be partly graded).
+//
+// Complexity: O(E log Q) for E queue entries and a queue of at most Q entries; near-linear in
+// the mesh size for size fields of bounded gradient. Extra memory: the node graph, one unsigned
+// and one byte per node, and 16 bytes per queue entry.
+
+/// Bounds the size shock of every edge of the node graph of connectM to g, in an isotropic size
+/// field. See the section comment for the moves, directions, frozen nodes and checks.
+/// @param[in]     pos           2 or 3 x nbr_nodes coordinates.
+/// @param[in]     connectM      nbr_nodes(FE_type) x nbr_elements, any element type.
+/// @param[in]     FE_type       the element type.
+/// @param[in]     nodes         node list: frozen nodes when nodes_frozen, else the only free ones.
+/// @param[in]     nodes_frozen  how to read nodes.
+/// @param[in]     direction     1 sizes may only grow, -1 only shrink, 0 either (per node).
+/// @param[in]     g             largest admissible shock, >= 0.
+/// @param[in,out] sizes         one size per node, more entries than the largest node index of
+///                              connectM; updated in place (shared storage sees the change).
+/// @return the number of distinct nodes modified; 0 for an empty connectM or g == DBL_MAX; -1 pos
+///         rows; -2 connectM; -4 nodes; -7 g; -8 sizes too short; -199 memory.
+/// Complexity: see the section comment.
+MESHUTIL_API int bound_metric_gradations(const dense2D<double>& pos,
+                                         const dense2D<unsigned>& connectM, element_type FE_type,
+                                         const dense1D<unsigned>& nodes, bool nodes_frozen,
+                                         int direction, double g, dense1D<double>& sizes) noexcept;
+
+/// Bounds the size shock of every edge of the node graph of connectM to g, in a metric field.
+/// See the section comment for the path of a metric, directions, frozen nodes and checks.
+/// @param[in]     pos, connectM, FE_type, nodes, nodes_frozen, direction, g  as the size form.
+/// @param[in,out] metrics  3 x n (2-D) or 6 x n (3-D) metric field, n above the largest node
+///                         index of connectM; updated in place.
+/// @return the number of distinct nodes modified; 0 for an empty connectM or g == DBL_MAX; -1 pos
+///         rows; -2 connectM; -4 nodes; -7 g; -8 metrics rows or columns; -199 memory.
+/// Complexity: see the section comment; each move costs one generalised eigen-decomposition.
+MESHUTIL_API int bound_metric_gradations(const dense2D<double>& pos,
+                                         const dense2D<unsigned>& connectM, element_type FE_type,
+                                         const dense1D<unsigned>& nodes, bool nodes_frozen,
+                                         int direction, double g,
+                                         dense2D<double>& metrics) noexcept;
+
+/// Bounds the size variation |h_j - h_i| / d of every edge of the node graph of connectM to g,
+/// in an isotropic size field; a gap below 1e-12 d counts as none. The engine, directions and
+/// frozen nodes are those of bound_metric_gradations, with the admissible gap g d per edge.
+/// @param[in]     pos, connectM, FE_type, nodes, nodes_frozen, direction  as
+///                bound_metric_gradations.
+/// @param[in]     g      largest admissible variation (size difference per unit length), >= 0.
+/// @param[in,out] sizes  one size per node, more entries than the largest node index of
+///                       connectM; updated in place.
+/// @return the number of distinct nodes modified; 0 for an empty connectM or g == DBL_MAX; -1 pos
+///         rows; -2 connectM; -4 nodes; -7 g; -8 sizes too short; -199 memory.
+/// Complexity: see the section comment.
+MESHUTIL_API int bound_metric_variations(const dense2D<double>& pos,
+                                         const dense2D<unsigned>& connectM, element_type FE_type,
+                                         const dense1D<unsigned>& nodes, bool nodes_frozen,
+                                         int direction, double g, dense1D<double>& sizes) noexcept;
+
+/// Bounds the size variation of every edge of the node graph of connectM to g, in a metric
+/// field, the sizes being those along each edge; metrics move as in bound_metric_gradations, to
+/// the fraction that leaves the gap g d along the edge.
+/// @param[in]     pos, connectM, FE_type, nodes, nodes_frozen, direction  as
+///                bound_metric_gradations.
+/// @param[in]     g        largest admissible variation, >= 0.
+/// @param[in,out] metrics  3 x n (2-D) or 6 x n (3-D) metric field, n above the largest node
+///                         index of connectM; updated in place.
+/// @return the number of distinct nodes modified; 0 for an empty connectM or g == DBL_MAX; -1 pos
+///         rows; -2 connectM; -4 nodes; -7 g; -8 metrics rows or columns; -199 memory.
+/// Complexity: see the section comment; each move costs one generalised eigen-decomposition.
+MESHUTIL_API int bound_metric_variations(const dense2D<double>& pos,
+                                         const dense2D<unsigned>& connectM, element_type FE_type,
+                                         const dense1D<unsigned>& nodes, bool nodes_frozen,
+                                         int direction, double g,
+                                         dense2D<double>& metrics) noexcept;
+
 // ------------------------------------------------------------------------------------ size
 // generation
 

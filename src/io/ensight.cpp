@@ -70,8 +70,7 @@ int ensight_output(const char* filename, const dense2D<double>& pos, const dense
             out.commit(p);
         }
     }
-    bool written = out.finish();
-    return file.close() && written ? 0 : -1;
+    return io::finish(out, file);
 }
 
 int ensight_output(const char* filename, const dense2D<double>& pos,

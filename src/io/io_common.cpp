@@ -1,6 +1,7 @@
 // Pieces shared by the file-format writers: splitting mixed connectivities into pure ones.
 #include "io/io_private.h"
 
+#include <exception>
 #include <meshutil/connectivity.h>
 
 namespace qx7::meshutil::io

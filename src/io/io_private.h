@@ -249,11 +249,19 @@ private:
     bool m_failed = false;
 };
 
+/// Writes what out holds and closes the file: 0, or -1 when a write or the closing failed.
+inline int finish(text_writer& out, file_handle& file) noexcept
+{
+    bool written = out.finish();
+    bool closed = file.close();
+    return written && closed ? 0 : -1;
+}
+
 // ------------------------------------------------------------------------------------ records
 
-/// How one element type is written by a format: its keyword (or numeric code) and the local
-/// nodes written, in file order. A null keyword with code 0 means the format has no record for
-/// the type.
+/// How one element type is written by a format: its keyword (the VTK table names its cells and
+/// gives their type code) and the local nodes written, in file order. A null keyword means the
+/// format has no record for the type.
 struct element_layout
 {
     const char* keyword;

@@ -1,9 +1,8 @@
 // medit formatted mesh files and solution files.
 #include "io/io_private.h"
 
+#include <exception>
 #include <meshutil/io.h>
-#include <new>
-#include <stdexcept>
 #include <vector>
 
 namespace qx7::meshutil
@@ -58,14 +57,6 @@ void write_columns(io::text_writer& out, const dense2D<double>& field) noexcept
         }
         out.put('\n');
     }
-}
-
-/// Closes the writer and the file: 0, or -1 when a write or the closing failed.
-int finish(io::text_writer& out, io::file_handle& file) noexcept
-{
-    bool written = out.finish();
-    bool closed = file.close();
-    return written && closed ? 0 : -1;
 }
 
 } // namespace
@@ -139,7 +130,7 @@ int medit_output(const char* filename, const dense2D<double>& pos, const dense2D
         out.put('\n');
     }
     out.text("End\n");
-    return finish(out, file);
+    return io::finish(out, file);
 }
 
 int medit_output(const char* filename, const dense2D<double>& pos,
@@ -209,7 +200,7 @@ int medit_scalar(const char* filename, unsigned dim, const dense1D<double>& valu
     io::text_writer out(file.get());
     write_solution_header(out, int(dim), 1, int(values.size()));
     write_values(out, values.data(), values.size(), 8);
-    return finish(out, file);
+    return io::finish(out, file);
 }
 
 int medit_vector(const char* filename, unsigned dim, const dense2D<double>& field) noexcept
@@ -219,7 +210,7 @@ int medit_vector(const char* filename, unsigned dim, const dense2D<double>& fiel
     io::text_writer out(file.get());
     write_solution_header(out, int(dim), int(field.rows()), int(field.cols()));
     write_columns(out, field);
-    return finish(out, file);
+    return io::finish(out, file);
 }
 
 int medit_tensor(const char* filename, const dense2D<double>& field) noexcept
@@ -230,7 +221,7 @@ int medit_tensor(const char* filename, const dense2D<double>& field) noexcept
     io::text_writer out(file.get());
     write_solution_header(out, field.rows() == 3 ? 2 : 3, int(field.rows()), int(field.cols()));
     write_columns(out, field);
-    return finish(out, file);
+    return io::finish(out, file);
 }
 
 } // namespace qx7::meshutil

@@ -118,8 +118,7 @@ int NASTRAN_output(const char* filename, const dense2D<double>& pos,
         }
     }
     out.text("ENDDATA\n");
-    bool written = out.finish();
-    return file.close() && written ? 0 : -1;
+    return io::finish(out, file);
 }
 
 int NASTRAN_output(const char* filename, const dense2D<double>& pos,

@@ -211,8 +211,7 @@ int vtk_output(const char* filename, const dense2D<double>& pos, const dense2D<u
     convert_blocks(parts, cells, cell_types,
                    [&](unsigned, const dense1D<unsigned>&, const dense1D<unsigned>& t)
                    { write_types(out, t.data(), t.size()); });
-    bool written = out.finish();
-    return file.close() && written ? 0 : -1;
+    return io::finish(out, file);
 }
 
 int vtk_output(const char* filename, const dense2D<double>& pos, const dense2D<unsigned>& connectM,

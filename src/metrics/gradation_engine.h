@@ -1,0 +1,658 @@
+// The propagation engine of the size gradation (never installed): a lazy max-heap of edges
+// ordered by their gradation measure (size shock, or size variation per unit length), node
+// stamps that invalidate older entries, direction bytes, and frozen nodes. Instantiated by the
+// exported gradation functions, and by the benchmarks to read the engine's counters.
+#pragma once
+
+#include "metrics/metrics_private.h"
+#include "quality/quality_private.h"
+
+#include <cfloat>
+#include <cmath>
+#include <cstdint>
+#include <meshutil/connectivity.h>
+
+namespace qx7::meshutil::detail
+{
+
+/// Counters of one gradation run.
+struct gradation_counters
+{
+    std::size_t pushes = 0;  ///< entries put into the queue
+    std::size_t pops = 0;    ///< entries taken out of the queue
+    std::size_t stale = 0;   ///< entries discarded by the stamp test
+    std::size_t peak = 0;    ///< largest queue size
+    std::size_t updates = 0; ///< successful node modifications
+};
+
+/// Queue entry: the edge's measure as a float, the stamp at which it was made, the node to
+/// modify and its neighbour. 16 bytes.
+struct gradation_entry
+{
+    float key;
+    unsigned stamp;
+    unsigned node;
+    unsigned neighbour;
+};
+static_assert(sizeof(gradation_entry) == 16, "queue entries are 16 bytes");
+
+/// Binary max-heap on the key; a new entry rises only past parents with a strictly smaller key.
+/// Stored from slot 1 (slot 0 unused) in 64-byte aligned memory, so that the two children of a
+/// node share 32 bytes and its four grandchildren one cache line; the removal prefetches the two
+/// lines two levels below the current node, hiding most of the memory latency of deep heaps.
+class gradation_queue
+{
+public:
+    /// Adds an entry; false when memory cannot be had.
+    bool push(const gradation_entry& e) noexcept
+    {
+        if (m_v.empty() && !m_v.push_back(e)) return false; // the unused slot 0
+        if (!m_v.push_back(e)) return false;
+        gradation_entry* v = m_v.data();
+        std::size_t k = m_v.size() - 1;
+        while (k > 1)
+        {
+            const std::size_t parent = k >> 1;
+            if (!(v[parent].key < e.key)) break;
+            v[k] = v[parent];
+            k = parent;
+        }
+        v[k] = e;
+        return true;
+    }
+    bool empty() const noexcept { return m_v.size() <= 1; }
+    std::size_t size() const noexcept { return m_v.empty() ? 0 : m_v.size() - 1; }
+    /// Removes and returns the entry with the largest key. Precondition: not empty.
+    gradation_entry pop() noexcept
+    {
+        gradation_entry* v = m_v.data();
+        const gradation_entry top = v[1];
+        const std::size_t n = m_v.size() - 1; // slots 1 .. n-1 remain
+        const gradation_entry last = v[n];
+        m_v.resize(n);
+        if (n == 1) return top;
+        std::size_t k = 1;
+        for (;;)
+        {
+            std::size_t c = 2 * k;
+            if (c >= n) break;
+            if (8 * k < n)
+            {
+                __builtin_prefetch(v + 8 * k);
+                __builtin_prefetch(v + 8 * k + 4);
+            }
+            // Branch-free choice of the larger child (the right one only when strictly larger);
+            // slot n is still allocated, and ignored when it is not a child.
+            c += std::size_t((c + 1 < n) & (v[c + 1].key > v[c].key));
+            if (!(v[c].key > last.key)) break;
+            v[k] = v[c];
+            k = c;
+        }
+        v[k] = last;
+        return top;
+    }
+
+private:
+    dense1D<gradation_entry, 64> m_v;
+};
+
+/// The measure as a queue key: capped at FLT_MAX before the conversion to float.
+inline float gradation_key(double s) noexcept
+{
+    return float(std::min(s, double(FLT_MAX)));
+}
+
+/// Size variation of an edge from its lengths li, lj in the end sizes and its field length L:
+/// |li - lj| / (li lj), the difference of the two (directional) sizes over the Euclidean length;
+/// L == 0 gives 0 for equal ends (`same`) and DBL_MAX otherwise; a non-finite L gives 0; a
+/// non-finite result becomes DBL_MAX.
+inline double variation_of_lengths(double li, double lj, double L, bool same) noexcept
+{
+    double s;
+    if (L == 0.0)
+        s = same ? 0.0 : DBL_MAX;
+    else if (L < DBL_MAX)
+        s = std::fabs(li - lj) / (li * lj);
+    else
+        s = 0.0;
+    return std::isfinite(s) ? s : DBL_MAX;
+}
+
+/// Euclidean distance between two DIM-points.
+template <unsigned DIM>
+inline double distance(const double* a, const double* b) noexcept
+{
+    double e[DIM];
+    for (unsigned k = 0; k < DIM; ++k)
+        e[k] = b[k] - a[k];
+    return std::sqrt(norm2<DIM>(e));
+}
+
+/// Largest t in a bracket [lo, hi] with f(t) == 0 for an increasing f with f(lo) <= 0 <= f(hi),
+/// by regula falsi with the Illinois modification, started at `guess`; stops when |f| falls
+/// below tol or the bracket below 1e-15.
+template <class F>
+inline double solve_increasing(F f, double lo, double hi, double guess, double tol) noexcept
+{
+    double flo = f(lo), fhi = f(hi);
+    if (!(flo < 0.0)) return lo;
+    if (!(fhi > 0.0)) return hi;
+    double x = guess > lo && guess < hi ? guess : 0.5 * (lo + hi);
+    int side = 0;
+    for (int it = 0; it < 100; ++it)
+    {
+        const double fx = f(x);
+        if (!(std::fabs(fx) > tol)) return x;
+        if (fx < 0.0)
+        {
+            lo = x;
+            flo = fx;
+            if (side == -1) fhi *= 0.5;
+            side = -1;
+        }
+        else
+        {
+            hi = x;
+            fhi = fx;
+            if (side == 1) flo *= 0.5;
+            side = 1;
+        }
+        if (hi - lo <= 1e-15) break;
+        x = (lo * fhi - hi * flo) / (fhi - flo);
+        if (!(x > lo && x < hi)) x = 0.5 * (lo + hi);
+    }
+    return 0.5 * (lo + hi);
+}
+
+/// True when the packed N-D matrix m has positive Cholesky pivots (is positive definite).
+template <int N>
+inline bool positive_pivots(const double* m) noexcept
+{
+    if constexpr (N == 2)
+        return m[0] > 0.0 && m[0] * m[2] - m[1] * m[1] > 0.0;
+    else
+    {
+        if (!(m[0] > 0.0)) return false;
+        const double l1 = m[1] / m[0], l2 = m[3] / m[0];
+        const double p1 = m[2] - m[1] * l1;
+        if (!(p1 > 0.0)) return false;
+        const double l21 = (m[4] - m[3] * l1) / p1;
+        return m[5] - m[3] * l2 - p1 * l21 * l21 > 0.0;
+    }
+}
+
+/// The gradation of one field: DIM coordinates, isotropic sizes (ANISO false, one value per node)
+/// or packed metrics (ANISO true), size shock (VARIATION false) or size variation.
+template <unsigned DIM, bool ANISO, bool VARIATION>
+class gradation
+{
+public:
+    static constexpr int N = int(DIM);
+    static constexpr unsigned char up = 1, down = 255;
+
+    /// pos: column pointer and leading dimension; field: same; first/graph: node graph; state:
+    /// ~0u frozen, else last modification stamp; dir: direction bytes.
+    gradation(const double* pos, std::size_t pos_ld, double* field, std::size_t field_ld,
+              const unsigned* first, const unsigned* graph, unsigned* state, unsigned char* dir,
+              bool any_frozen, double g) noexcept
+        : m_pos(pos), m_pos_ld(pos_ld), m_field(field), m_field_ld(field_ld), m_first(first),
+          m_graph(graph), m_state(state), m_dir(dir), m_any_frozen(any_frozen), m_g(g),
+          m_step(VARIATION ? g : std::log1p(g))
+    {
+    }
+
+    /// Runs the propagation over nodes [0, n); returns the number of distinct nodes modified, or
+    /// -199 when memory cannot be had.
+    ///
+    /// Entries (i, k) that move the same node i and were made at the same stamp S (the seeds of
+    /// i, or the edges of i after its modification at S) form a group: once one of them leads to
+    /// a move of i, all others are stale. So only the group's best entry is queued; when it is
+    /// popped and fails or is stale through k, the group's next entry (by key, then by graph
+    /// order) is queued in its place. As long as the group is alive, i and the neighbours that
+    /// still count are unchanged since S, so the keys kept from S are exact and the entries come
+    /// out of the queue in the order they would have as separate entries (ties aside). Entries
+    /// (k, i) that move the neighbours are queued one by one. An entry that can only fail without
+    /// effect, because its node's direction is already fixed against the move (or the two sizes
+    /// are equal), is not queued: popping it would change nothing.
+    long run(std::size_t n, gradation_counters& counters) noexcept
+    {
+        gradation_queue queue;
+        const std::size_t nbr_entries = m_first[n];
+        if (!m_keys.resize(nbr_entries) || !m_wants.resize(nbr_entries)) return -199;
+        for (unsigned i = 0; i < n; ++i)
+        {
+            if (m_state[i] == undefined_index) continue;
+            for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
+            {
+                int order;
+                const double s = measure(i, m_graph[k], order);
+                keep(k, s, order);
+            }
+            if (!push_next(queue, i, 0, -1.0f, 0, counters)) return -199;
+        }
+        unsigned stamp = 0;
+        long count = 0;
+        counters.peak = queue.size();
+        while (!queue.empty())
+        {
+            const gradation_entry e = queue.pop();
+            ++counters.pops;
+            const unsigned i = e.node, j = e.neighbour;
+            if (m_state[i] > e.stamp)
+            {
+                ++counters.stale;
+                continue;
+            }
+            // A group's entry: i is still as it was at the entry's stamp.
+            const bool group = m_state[i] == e.stamp;
+            bool moved = false;
+            if (m_state[j] != undefined_index && m_state[j] > e.stamp)
+                ++counters.stale;
+            else
+                moved = update(i, j);
+            if (!moved)
+            {
+                if (group && !push_next(queue, i, e.stamp, e.key, j, counters)) return -199;
+                continue;
+            }
+            ++counters.updates;
+            if (m_state[i] == 0) ++count;
+            m_state[i] = ++stamp;
+            for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
+            {
+                const unsigned nb = m_graph[k];
+                int order;
+                const double s = measure(i, nb, order);
+                keep(k, s, order);
+                if (!(s > m_g) || m_state[nb] == undefined_index || !may_move(nb, -order)) continue;
+                if (!queue.push({gradation_key(s), stamp, nb, i})) return -199;
+                ++counters.pushes;
+            }
+            if (!push_next(queue, i, stamp, -1.0f, 0, counters)) return -199;
+            // Stamps must stay below the frozen marker; 4e9 modifications end the run.
+            if (stamp == undefined_index - 1) break;
+        }
+        return count;
+    }
+
+    /// The gradation measure of the edge i -> j in the current field.
+    double measure(unsigned i, unsigned j) const noexcept
+    {
+        int order;
+        return measure(i, j, order);
+    }
+
+    /// The gradation measure of the edge i -> j; order is +1 when the size at j (along the edge,
+    /// for metrics) is the larger, -1 when it is the smaller, 0 when they are equal.
+    double measure(unsigned i, unsigned j, int& order) const noexcept
+    {
+        const double *xi = x(i), *xj = x(j);
+        if constexpr (!ANISO)
+        {
+            const double hi = m_field[i * m_field_ld], hj = m_field[j * m_field_ld];
+            order = hj > hi ? 1 : hj < hi ? -1 : 0;
+            if constexpr (!VARIATION)
+                return iso_edge_shock<DIM>(xi, xj, hi, hj);
+            else
+            {
+                double li, lj;
+                const double L = iso_edge_length<DIM>(xi, xj, hi, hj, li, lj);
+                return variation_of_lengths(li, lj, L, hi == hj);
+            }
+        }
+        else
+        {
+            const double *Mi = metric(i), *Mj = metric(j);
+            double e[DIM];
+            for (unsigned k = 0; k < DIM; ++k)
+                e[k] = xj[k] - xi[k];
+            double li, lj;
+            const double L = metric_edge_length<DIM>(e, Mi, Mj, li, lj);
+            order = lj < li ? 1 : lj > li ? -1 : 0; // a shorter length is a larger size
+            if (L == 0.0) return same_metric<DIM>(Mi, Mj) ? 0.0 : DBL_MAX;
+            if constexpr (!VARIATION)
+                return shock_of_lengths(li, lj, L, false);
+            else
+                return variation_of_lengths(li, lj, L, false);
+        }
+    }
+
+private:
+    const double* x(unsigned i) const noexcept { return m_pos + i * m_pos_ld; }
+
+    /// Keeps the key of graph entry k (the edge from its node) for the node's group: the
+    /// measure's key when it exceeds g, else -1 (no entry); and the direction of the move.
+    void keep(unsigned k, double s, int order) noexcept
+    {
+        m_keys[k] = s > m_g && order != 0 ? gradation_key(s) : -1.0f;
+        m_wants[k] = order > 0 ? up : down;
+    }
+
+    /// Queues the best entry of the group of node i made at stamp S that comes after the entry
+    /// (after_key, neighbour after_j) in the order key descending, graph position ascending
+    /// (after_key < 0: from the start). Entries whose neighbour changed after S, or whose move
+    /// the direction of i now forbids, are passed over. False when the queue cannot grow.
+    bool push_next(gradation_queue& queue, unsigned i, unsigned S, float after_key,
+                   unsigned after_j, gradation_counters& counters) noexcept
+    {
+        const unsigned begin = m_first[i], end = m_first[i + 1];
+        unsigned after_pos = begin;
+        if (after_key >= 0.0f)
+            while (after_pos < end && m_graph[after_pos] != after_j)
+                ++after_pos;
+        const unsigned char d = m_dir[i];
+        unsigned best = end;
+        float best_key = -1.0f;
+        for (unsigned k = begin; k < end; ++k)
+        {
+            const float key = m_keys[k];
+            if (!(key > best_key) || (d != 0 && d != m_wants[k])) continue;
+            if (after_key >= 0.0f && (key > after_key || (key == after_key && k <= after_pos)))
+                continue;
+            const unsigned nb = m_graph[k];
+            if (m_state[nb] != undefined_index && m_state[nb] > S) continue;
+            best = k;
+            best_key = key;
+        }
+        if (best == end) return true;
+        ++counters.pushes;
+        return queue.push({best_key, S, i, m_graph[best]});
+    }
+
+    /// False when a move of `node` towards a neighbour whose size compares as `order` (see
+    /// measure) must fail without any effect: equal sizes, or a direction already fixed the
+    /// other way (the direction byte only changes from 0).
+    bool may_move(unsigned node, int order) const noexcept
+    {
+        if (order == 0) return false;
+        const unsigned char d = m_dir[node];
+        return d == 0 || d == (order > 0 ? up : down);
+    }
+    double* metric(unsigned i) const noexcept { return m_field + i * m_field_ld; }
+
+    /// The fraction of the move from size (or directional size) a towards b over an edge of
+    /// length d that leaves the gap at the admissible d * step; 0 when there is no gap to close.
+    double fraction(double a, double b, double d) const noexcept
+    {
+        const double gap = std::fabs(b - a);
+        if constexpr (VARIATION)
+        {
+            if (!(gap > 1e-12 * d)) return 0.0;
+        }
+        else if (!(gap > 0.0))
+            return 0.0;
+        return std::max(0.0, 1.0 - m_step * d / gap);
+    }
+
+    /// Decides whether node i may move in direction `want` for the fraction t: a node without a
+    /// direction takes `want` when t > 1e-12; the move needs t > 0.001 and the same direction.
+    bool direction_allows(unsigned i, unsigned char want, double t) noexcept
+    {
+        bool allowed = false;
+        if (t > 1e-12)
+        {
+            if (m_dir[i] == 0) m_dir[i] = want;
+            allowed = m_dir[i] == want;
+        }
+        return allowed && t > 0.001;
+    }
+
+    bool update(unsigned i, unsigned j) noexcept
+    {
+        if constexpr (ANISO)
+            return update_metric(i, j);
+        else
+            return update_size(i, j);
+    }
+
+    /// Moves the size at i towards the size at j.
+    bool update_size(unsigned i, unsigned j) noexcept
+    {
+        double& hi_ref = m_field[i * m_field_ld];
+        const double hi = hi_ref, hj = m_field[j * m_field_ld];
+        const double* xi = x(i);
+        const double t = fraction(hi, hj, distance<DIM>(xi, x(j)));
+        const unsigned char want = hj > hi ? up : down;
+        if (!direction_allows(i, want, t)) return false;
+        double hnew = hi + t * (hj - hi);
+        if (m_any_frozen)
+        {
+            // Each frozen neighbour k admits sizes within d_k * step of its own: the move may not
+            // leave that band on its far side.
+            double bound = want == up ? HUGE_VAL : 0.0;
+            for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
+            {
+                const unsigned nb = m_graph[k];
+                if (m_state[nb] != undefined_index) continue;
+                const double band = m_step * distance<DIM>(xi, x(nb)),
+                             hk = m_field[nb * m_field_ld];
+                if (want == up)
+                {
+                    if (hk + band < bound) bound = hk + band;
+                }
+                else if (hk - band > bound)
+                    bound = hk - band;
+            }
+            if (want == up)
+            {
+                if (!(bound > hi)) return false;
+                hnew = std::min(hnew, bound);
+            }
+            else
+            {
+                if (!(bound < hi)) return false;
+                hnew = std::max(hnew, bound);
+            }
+        }
+        if (!(hnew > 0.0) || !(hnew < DBL_MAX)) return false;
+        if (m_dir[i] == up) hnew = std::max(hnew, hi);
+        if (m_dir[i] == down) hnew = std::min(hnew, hi);
+        if (!(std::max(hi, hnew) / std::min(hi, hnew) > 1.000000000001)) return false;
+        hi_ref = hnew;
+        return true;
+    }
+
+    /// The path of the metric at i: sizes s1[k] + tau * ds[k] along the directions of the
+    /// simultaneous reduction of (M_i, M_j).
+    struct path
+    {
+        double s1[N], ds[N];
+        const double* Pinv;
+        /// Reduced coordinates Pinv e of an edge vector.
+        void reduced(const double* e, double* c) const noexcept
+        {
+            for (int k = 0; k < N; ++k)
+            {
+                double s = 0.0;
+                for (int m = 0; m < N; ++m)
+                    s += Pinv[k + m * N] * e[m];
+                c[k] = s;
+            }
+        }
+        /// Size along the edge of length d with reduced coordinates c, at tau.
+        double size_along(const double* c, double d, double tau) const noexcept
+        {
+            double q = 0.0;
+            for (int k = 0; k < N; ++k)
+            {
+                const double s = s1[k] + tau * ds[k];
+                q += c[k] * c[k] / (s * s);
+            }
+            return d / std::sqrt(q);
+        }
+    };
+
+    /// Moves the metric at i towards the metric at j. In the directions p_k of their simultaneous
+    /// reduction the sizes s1[k] of M_i move linearly towards the sizes s2[k] of M_j, but only
+    /// those that move in the direction of the update (a growing node never shrinks in any
+    /// direction, a shrinking one never grows). Along the edge the size of the moved metric then
+    /// changes monotonically from that of M_i to at least (at most) that of M_j, and the fraction
+    /// is the one at which the gap to M_j's size along the edge is d * step: the edge's measure
+    /// becomes g. For two isotropic metrics this is exactly the isotropic update.
+    bool update_metric(unsigned i, unsigned j) noexcept
+    {
+        double* Mi = metric(i);
+        const double* Mj = metric(j);
+        const double *xi = x(i), *xj = x(j);
+        double e[DIM];
+        for (unsigned k = 0; k < DIM; ++k)
+            e[k] = xj[k] - xi[k];
+        const double d = std::sqrt(norm2<DIM>(e));
+        const double qi = metric_square<DIM>(Mi, e), qj = metric_square<DIM>(Mj, e);
+        if (!(d > 0.0) || !(qi > 0.0) || !(qj > 0.0)) return false;
+        const double hi = d / std::sqrt(qi), hj = d / std::sqrt(qj);
+        const double t = fraction(hi, hj, d);
+        const unsigned char want = hj > hi ? up : down;
+        if (!direction_allows(i, want, t)) return false;
+
+        reduction<N> r;
+        if (!reduce<N>(Mi, Mj, r) || !positive_finite<N>(r.d1) || !positive_finite<N>(r.d2))
+            return false;
+        path p;
+        p.Pinv = r.Pinv;
+        for (int k = 0; k < N; ++k)
+        {
+            p.s1[k] = 1.0 / std::sqrt(r.d1[k]);
+            const double delta = 1.0 / std::sqrt(r.d2[k]) - p.s1[k];
+            p.ds[k] = want == up ? std::max(0.0, delta) : std::min(0.0, delta);
+        }
+        // Fraction along the path: the size along the edge reaches hj -/+ d * step.
+        double c[N];
+        p.reduced(e, c);
+        const double target = want == up ? hj - m_step * d : hj + m_step * d;
+        const double tol = 1e-13 * std::fabs(target);
+        double tau = solve_increasing(
+            [&](double s)
+            {
+                const double h = p.size_along(c, d, s);
+                return want == up ? h - target : target - h;
+            },
+            0.0, 1.0, t, tol);
+
+        if (m_any_frozen && !limit_by_frozen(i, p, want, tau)) return false;
+
+        double dn[N];
+        double ratio = 1.0;
+        for (int k = 0; k < N; ++k)
+        {
+            const double s = p.s1[k] + tau * p.ds[k];
+            dn[k] = 1.0 / (s * s);
+            ratio = std::max(ratio, std::max(s, p.s1[k]) / std::min(s, p.s1[k]));
+        }
+        if (!positive_finite<N>(dn) || !(ratio > 1.000000000001)) return false;
+        double Mn[packed_size<N>];
+        rebuild<N>(r.Pinv, dn, Mn);
+        if (!positive_pivots<N>(Mn)) return false;
+        for (int k = 0; k < packed_size<N>; ++k)
+            Mi[k] = Mn[k];
+        return true;
+    }
+
+    /// Shortens the path fraction tau so that no edge to a frozen neighbour leaves the band of
+    /// sizes that keeps its measure within g on the far side of the move; false when the move
+    /// would start beyond such a band.
+    bool limit_by_frozen(unsigned i, const path& p, unsigned char want, double& tau) const noexcept
+    {
+        const double* xi = x(i);
+        for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
+        {
+            const unsigned nb = m_graph[k];
+            if (m_state[nb] != undefined_index) continue;
+            const double* xk = x(nb);
+            double e[DIM];
+            for (unsigned m = 0; m < DIM; ++m)
+                e[m] = xk[m] - xi[m];
+            const double d = std::sqrt(norm2<DIM>(e)), q = metric_square<DIM>(metric(nb), e);
+            if (!(d > 0.0) || !(q > 0.0)) continue;
+            const double hk = d / std::sqrt(q);
+            const double bound = want == up ? hk + m_step * d : hk - m_step * d;
+            if (want == down && !(bound > 0.0)) continue;
+            double c[N];
+            p.reduced(e, c);
+            const double h0 = p.size_along(c, d, 0.0), ht = p.size_along(c, d, tau);
+            if (want == up)
+            {
+                if (!(bound > h0)) return false;
+                if (!(ht > bound)) continue;
+            }
+            else
+            {
+                if (!(bound < h0)) return false;
+                if (!(ht < bound)) continue;
+            }
+            tau = solve_increasing(
+                [&](double s)
+                {
+                    const double h = p.size_along(c, d, s);
+                    return want == up ? h - bound : bound - h;
+                },
+                0.0, tau, tau * (bound - h0) / (ht - h0), 1e-13 * bound);
+        }
+        return tau > 0.0;
+    }
+
+    const double* m_pos;
+    std::size_t m_pos_ld;
+    double* m_field;
+    std::size_t m_field_ld;
+    const unsigned* m_first;
+    const unsigned* m_graph;
+    unsigned* m_state;
+    unsigned char* m_dir;
+    bool m_any_frozen;
+    double m_g;
+    double m_step;         ///< admissible size gap per unit length: ln(1 + g), or g for variations
+    dense1D<float> m_keys; ///< per graph entry: key of the edge in its node's group
+    dense1D<unsigned char> m_wants; ///< per graph entry: direction of the move along it
+};
+
+/// Checks, set-up and run of a gradation; field points to the first value (or column) of a field
+/// with the leading dimension field_ld, field_rows rows (1 for sizes) and field_entries entries.
+template <bool ANISO, bool VARIATION>
+int bound_gradation(const dense2D<double>& pos, const dense2D<unsigned>& connectM,
+                    element_type FE_type, const dense1D<unsigned>& nodes, bool nodes_frozen,
+                    int direction, double g, double* field, std::size_t field_ld,
+                    std::size_t field_rows, std::size_t field_entries,
+                    gradation_counters& counters) noexcept
+{
+    if (connectM.empty() || g == DBL_MAX) return 0;
+    const std::size_t rows = pos.rows();
+    if (rows != 2 && rows != 3) return -1;
+    const std::size_t nbr_nodes = pos.cols();
+    if (!check_IDs(connectM, FE_type, unsigned(nbr_nodes))) return -2;
+    for (std::size_t k = 0, n = nodes.size(); k < n; ++k)
+        if (nodes[k] >= nbr_nodes) return -4;
+    if (!(g >= 0.0)) return -7;
+    if (ANISO && field_rows != (rows == 2 ? 3u : 6u)) return -8;
+    if (!(field_entries > max_ID(connectM))) return -8;
+
+    dense1D<unsigned> first, graph;
+    if (int code = get_node_graph(connectM, first, graph)) return code;
+    const std::size_t n = first.size() - 1;
+    dense1D<unsigned> state;
+    dense1D<unsigned char> dir;
+    if (!state.resize(nbr_nodes, nodes_frozen ? 0u : undefined_index)) return -199;
+    if (!dir.resize(n, static_cast<unsigned char>(direction & 0xff))) return -199;
+    for (std::size_t k = 0, m = nodes.size(); k < m; ++k)
+        state[nodes[k]] = nodes_frozen ? undefined_index : 0u;
+    bool any_frozen = false;
+    for (std::size_t i = 0; i < n && !any_frozen; ++i)
+        any_frozen = state[i] == undefined_index;
+
+    long result;
+    if (rows == 2)
+    {
+        gradation<2, ANISO, VARIATION> run(pos.col(0), pos.ld(), field, field_ld, first.data(),
+                                           graph.data(), state.data(), dir.data(), any_frozen, g);
+        result = run.run(n, counters);
+    }
+    else
+    {
+        gradation<3, ANISO, VARIATION> run(pos.col(0), pos.ld(), field, field_ld, first.data(),
+                                           graph.data(), state.data(), dir.data(), any_frozen, g);
+        result = run.run(n, counters);
+    }
+    return int(result);
+}
+
+} // namespace qx7::meshutil::detail
