@@ -85,6 +85,26 @@ std::string plural(std::size_t n, const char* one, const char* many)
     return true;
 }
 
+/// Linear types that have a shape quality and a neighbour relation (after normalisation).
+bool has_shape(mu::element_type t)
+{
+    switch (t)
+    {
+    case mu::EL_EDGE2:
+    case mu::EL_FACE_MIX:
+    case mu::EL_TRIA3:
+    case mu::EL_QUAD4:
+    case mu::EL_SOLID_MIX:
+    case mu::EL_TETRA4:
+    case mu::EL_PYRAM5:
+    case mu::EL_PENTA6:
+    case mu::EL_HEXA8:
+        return true;
+    default:
+        return false;
+    }
+}
+
 // ------------------------------------------------------------------------------------ statistics
 
 struct mesh_report
@@ -95,10 +115,12 @@ struct mesh_report
     double box_min[3] = {0, 0, 0}, box_max[3] = {0, 0, 0};
     bool has_connectivity = false;
     std::size_t free_boundaries = 0, nonmanifold = 0, subdomains = 0;
+    bool has_subdomains = false;
     const char* boundary_words = "boundaries";
     bool has_editing = false;
     std::size_t unused = 0, degenerated = 0;
     bool has_quality = false;
+    unsigned quality_dim = 0;
     qx7::misc::histogram quality;
     bool has_edges = false;
     std::size_t nbr_edges = 0;
@@ -159,7 +181,7 @@ void bounding_box(const mesh& m, mesh_report& r)
     r.has_box = true;
 }
 
-#if CLI_HAS_CONNECTIVITY
+#if CLI_HAS_NEIGHBORS
 /// Free and non-manifold boundaries and subdomains of the principal elements. A boundary is free
 /// when one element only has it, non-manifold when three or more share it: the neighbour matrix
 /// that links non-manifold boundaries differs there from the one that leaves them open.
@@ -168,7 +190,7 @@ int connectivity_report(const mesh& m, mesh_report& r)
     block p;
     if (!principal_elements(m, p))
         return fail(std::string("cannot analyse the mesh") + ": out of memory");
-    if (p.connectM.empty()) return exit_ok;
+    if (p.connectM.empty() || !has_shape(p.type)) return exit_ok;
     const unsigned dim = mu::element_dim(p.type);
     r.boundary_words = dim == 3 ? "faces" : dim == 2 ? "edges" : "end points";
     dense2D<unsigned> open, linked;
@@ -201,10 +223,13 @@ int connectivity_report(const mesh& m, mesh_report& r)
     }
     std::sort(shared.begin(), shared.end());
     r.nonmanifold = std::size_t(std::unique(shared.begin(), shared.end()) - shared.begin());
+#if CLI_HAS_SUBDOMAINS
     dense1D<unsigned> order, first;
     code = mu::get_subdomains(linked, order, first);
     if (code < 0) return fail_call("cannot find subdomains", "get_subdomains", code);
     r.subdomains = first.size() ? first.size() - 1 : 0;
+    r.has_subdomains = true;
+#endif
     r.has_connectivity = true;
     return exit_ok;
 }
@@ -240,9 +265,24 @@ int qualities(const mesh& m, dense1D<double>& q)
     mesh lin;
     if (!linear_blocks(m, lin))
         return fail(std::string("cannot measure qualities") + ": out of memory");
-    block_range range(lin);
-    int code = mu::shape_qualities(lin.pos, range.first(), range.last(), range.types, q);
-    if (code < 0) return fail_call("cannot measure qualities", "shape_qualities", code);
+    // Block by block, so that elements without a shape (nodes) keep their place with NaN.
+    q.clear();
+    if (!q.reserve(m.nbr_elements())) return fail("cannot measure qualities: out of memory");
+    dense1D<double> one;
+    for (const block& b : lin.blocks)
+    {
+        if (b.connectM.empty()) continue;
+        if (!has_shape(b.type))
+        {
+            if (!q.push_back_n(std::numeric_limits<double>::quiet_NaN(), b.connectM.cols()))
+                return fail("cannot measure qualities: out of memory");
+            continue;
+        }
+        int code = mu::shape_qualities(lin.pos, b.connectM, b.type, one);
+        if (code < 0) return fail_call("cannot measure qualities", "shape_qualities", code);
+        for (std::size_t e = 0; e < one.size(); ++e)
+            if (!q.push_back(one[e])) return fail("cannot measure qualities: out of memory");
+    }
     return exit_ok;
 }
 
@@ -250,7 +290,19 @@ int quality_report(const mesh& m, mesh_report& r)
 {
     dense1D<double> q;
     if (int code = qualities(m, q)) return code;
-    r.quality.process(q);
+    // The histogram is that of the elements of the highest dimension (the tetrahedra of a
+    // volume mesh, not its boundary triangles).
+    const unsigned dim = m.top_dim();
+    std::size_t offset = 0;
+    for (const block& b : m.blocks)
+    {
+        const std::size_t n = b.connectM.empty() ? 0 : b.connectM.cols();
+        if (mu::element_dim(b.type) == dim)
+            for (std::size_t k = 0; k < n; ++k)
+                r.quality.process(q[offset + k]);
+        offset += n;
+    }
+    r.quality_dim = dim;
     r.has_quality = true;
 
     block_range range(m);
@@ -307,8 +359,8 @@ void print_report_text(const std::string& path, format f, const mesh_report& r)
     {
         std::printf("free boundaries       %zu %s\n", r.free_boundaries, r.boundary_words);
         std::printf("non-manifold          %zu %s\n", r.nonmanifold, r.boundary_words);
-        std::printf("subdomains            %zu\n", r.subdomains);
     }
+    if (r.has_subdomains) std::printf("subdomains            %zu\n", r.subdomains);
     if (r.has_editing)
     {
         std::printf("unused nodes          %zu\n", r.unused);
@@ -316,7 +368,8 @@ void print_report_text(const std::string& path, format f, const mesh_report& r)
     }
     if (r.has_quality && r.quality.count())
     {
-        std::printf("shape quality         min %s  mean %s  max %s", fmt(r.quality.min()).c_str(),
+        std::printf("shape quality         %s-D elements: min %s  mean %s  max %s",
+                    std::to_string(r.quality_dim).c_str(), fmt(r.quality.min()).c_str(),
                     fmt(r.quality.mean()).c_str(), fmt(r.quality.max()).c_str());
         if (r.quality.underflow())
             std::printf("  (%llu inverted)",
@@ -361,14 +414,15 @@ void print_report_json(const std::string& path, format f, const mesh_report& r)
     }
     if (r.has_connectivity)
         j.value("free_boundaries", std::uint64_t(r.free_boundaries))
-            .value("nonmanifold_boundaries", std::uint64_t(r.nonmanifold))
-            .value("subdomains", std::uint64_t(r.subdomains));
+            .value("nonmanifold_boundaries", std::uint64_t(r.nonmanifold));
+    if (r.has_subdomains) j.value("subdomains", std::uint64_t(r.subdomains));
     if (r.has_editing)
         j.value("unused_nodes", std::uint64_t(r.unused))
             .value("degenerated_elements", std::uint64_t(r.degenerated));
     if (r.has_quality)
     {
         j.begin_object("shape_quality")
+            .value("dimension", std::uint64_t(r.quality_dim))
             .value("count", std::uint64_t(r.quality.count()))
             .value("min", r.quality.min())
             .value("mean", r.quality.mean())
@@ -416,7 +470,7 @@ int cmd_info(const context& ctx)
     r.dim = m.pos.rows();
     count_types(m, r);
     bounding_box(m, r);
-#if CLI_HAS_CONNECTIVITY
+#if CLI_HAS_NEIGHBORS
     {
         progress step(ctx, "neighbours and subdomains", m.nbr_elements() * 8);
         if (int code = connectivity_report(m, r)) return code;
@@ -516,17 +570,19 @@ int cmd_quality(const context& ctx)
         for (std::size_t e = 0; !m.blocks[k].connectM.empty() && e < m.blocks[k].connectM.cols();
              ++e)
             where.emplace_back(k, e);
-    std::vector<std::size_t> listed(q.size());
-    for (std::size_t e = 0; e < listed.size(); ++e)
-        listed[e] = e;
-    if (!ctx.flag("--all"))
+    // Every element with --all; else the worst first, ties in element order, elements without
+    // a shape quality (nodes) left out.
+    std::vector<std::size_t> listed;
+    listed.reserve(q.size());
+    const bool all = ctx.flag("--all");
+    for (std::size_t e = 0; e < q.size(); ++e)
+        if (all || !std::isnan(q[e])) listed.push_back(e);
+    if (!all)
     {
-        // Worst first; NaN counts as worst; ties in element order.
-        auto key = [&](std::size_t e) { return std::isnan(q[e]) ? -DBL_MAX : q[e]; };
         std::size_t n = std::min<std::size_t>(worst, listed.size());
         std::partial_sort(listed.begin(), listed.begin() + n, listed.end(),
                           [&](std::size_t a, std::size_t b)
-                          { return key(a) < key(b) || (key(a) == key(b) && a < b); });
+                          { return q[a] < q[b] || (q[a] == q[b] && a < b); });
         listed.resize(n);
     }
 
@@ -615,7 +671,7 @@ int cmd_quality(const context& ctx)
 namespace
 {
 
-#if CLI_HAS_CONNECTIVITY
+#if CLI_HAS_MESH_BOUNDARIES
 /// The free boundary of the principal elements as a mesh over the same nodes (unused nodes
 /// dropped when the library can); false after printing the error.
 bool free_boundary(const mesh& m, mesh& out, std::size_t& count)
@@ -626,7 +682,7 @@ bool free_boundary(const mesh& m, mesh& out, std::size_t& count)
     out.pos = m.pos;
     out.blocks.assign(1, block{});
     count = 0;
-    if (p.connectM.empty()) return true;
+    if (p.connectM.empty() || !has_shape(p.type)) return true;
     dense2D<unsigned> neighbors, bnd;
     int code = mu::get_neighbors(p.connectM, p.type, true, neighbors);
     if (code < 0) return fail_call("cannot find neighbours", "get_neighbors", code), false;
@@ -668,7 +724,7 @@ bool free_boundary(const mesh& m, mesh& out, std::size_t& count)
 
 int cmd_boundary(const context& ctx)
 {
-#if CLI_HAS_CONNECTIVITY
+#if CLI_HAS_MESH_BOUNDARIES
     const std::string& out = ctx.args[1];
     format fo = output_format(ctx, out);
     if (fo == format::none) return exit_failure;
@@ -739,7 +795,7 @@ struct size_summary
     return s;
 }
 
-#if CLI_HAS_SIZES && CLI_WRITES_MEDIT
+#if CLI_HAS_SIZE_GENERATION && CLI_WRITES_MEDIT
 /// The pipeline: size field from edge lengths, gradation bounded, mesh and field written.
 /// Prints each step; returns an exit code.
 int run_sizes(const context& ctx, const mesh& m, const size_options& o, const std::string& out,
@@ -758,6 +814,7 @@ int run_sizes(const context& ctx, const mesh& m, const size_options& o, const st
     std::printf("%ssize field     p = %s: min %s  mean %s  max %s\n", indent,
                 o.p == DBL_MAX ? "max" : fmt(o.p).c_str(), fmt(s0.min).c_str(),
                 fmt(s0.mean).c_str(), fmt(s0.max).c_str());
+#if CLI_HAS_GRADATION
     if (o.g != DBL_MAX)
     {
         progress step(ctx, "gradation", p.connectM.size() * 16);
@@ -775,6 +832,9 @@ int run_sizes(const context& ctx, const mesh& m, const size_options& o, const st
                     plural(std::size_t(modified), "node", "nodes").c_str(), fmt(s1.min).c_str(),
                     fmt(s1.mean).c_str(), fmt(s1.max).c_str());
     }
+#else
+    if (o.g != DBL_MAX) std::printf("%sgradation      not available in this build\n", indent);
+#endif
     if (!write_mesh(ctx, out, fo, m, false)) return exit_failure;
     code = mu::medit_scalar(sol.c_str(), unsigned(m.pos.rows()), sizes);
     if (code < 0) return fail_call("cannot write '" + sol + "'", "medit_scalar", code);
@@ -818,7 +878,7 @@ int cmd_sizes(const context& ctx)
         o.direction = 0;
     else
         return fail_usage(ctx.command, "--direction is 'down', 'up' or 'free'");
-#if CLI_HAS_SIZES && CLI_WRITES_MEDIT
+#if CLI_HAS_SIZE_GENERATION && CLI_WRITES_MEDIT
     const std::string& out = ctx.args[1];
     format fo = output_format(ctx, out);
     if (fo == format::none) return exit_failure;
@@ -895,16 +955,19 @@ int cmd_demo(const context& ctx)
                     fmt(h.mean()).c_str(), fmt(h.max()).c_str());
     }
 #endif
-#if CLI_HAS_CONNECTIVITY
+#if CLI_HAS_NEIGHBORS
     {
         mesh_report r;
         if (int code = connectivity_report(m, r)) return code;
-        std::printf("  boundary       %zu free faces, %zu non-manifold, %s\n", r.free_boundaries,
-                    r.nonmanifold, plural(r.subdomains, "subdomain", "subdomains").c_str());
+        std::printf("  boundary       %zu free faces, %zu non-manifold", r.free_boundaries,
+                    r.nonmanifold);
+        if (r.has_subdomains)
+            std::printf(", %s", plural(r.subdomains, "subdomain", "subdomains").c_str());
+        std::printf("\n");
     }
 #endif
     const std::string out = dir + "/cube.mesh";
-#if CLI_HAS_SIZES && CLI_WRITES_MEDIT
+#if CLI_HAS_SIZE_GENERATION && CLI_WRITES_MEDIT
     if (int code = run_sizes(ctx, m, size_options{}, out, format::medit, dir + "/cube.sol", "  "))
         return code;
 #else

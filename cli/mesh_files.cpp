@@ -402,6 +402,14 @@ bool read_mesh(const context& ctx, const std::string& path, format f, mesh& m)
         m = mesh{};
         return false;
     }
+    // Lenient formats (OBJ skips every statement it does not know) read any text as an empty
+    // mesh: a file without a node is taken for a wrong or corrupt one.
+    if (m.pos.cols() == 0)
+    {
+        fail(what + ": no node in it; is it really a " + format_name(f) + " file?");
+        m = mesh{};
+        return false;
+    }
     return true;
 }
 

@@ -24,10 +24,9 @@ struct reason_entry
 const reason_entry reasons[] = {
     {"STL_input", -1, "the file cannot be opened"},
     {"STL_input", -2,
-     "not an STL file: the first line has no \"solid\" and the file is shorter than a binary "
-     "header"},
+     "not an STL file: not valid text STL, and shorter than the 80-byte header of binary STL"},
     {"STL_input", -3,
-     "not a valid STL file: syntax error in the text form, or fewer binary triangles than the "
+     "not a valid STL file: a syntax error in text STL, or binary data shorter than its triangle "
      "count announces"},
     {"STL_output", -1, "the file cannot be created or written"},
     {"STL_output", -2, "the coordinates have neither 2 nor 3 components"},

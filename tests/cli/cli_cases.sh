@@ -56,6 +56,17 @@ need_command() {
     if grep -q 'not available in this build' probe.txt; then skip "$1 not in this build"; fi
 }
 
+# need_volume: V becomes the extension of a format read and written that holds solids.
+need_volume() {
+    for f in medit nastran femap; do
+        if can_read $f && can_write $f; then
+            V=$(ext_of $f)
+            return
+        fi
+    done
+    skip "no format read and written that holds solids"
+}
+
 # The value of a "key   value" line of info's text output.
 info_value() { sed -n "s/^$1  *\([0-9][0-9]*\).*/\1/p" out.txt | head -n 1; }
 
@@ -64,6 +75,13 @@ json_ok() { # FILE: parses as JSON (when a python is at hand)
     py=$(command -v python3 || true)
     [[ -z $py ]] && return 0
     "$py" -c 'import json,sys; json.load(open(sys.argv[1]))' "$1" || fail "$1 is not valid JSON"
+}
+
+# Format name of an extension.
+format_of() {
+    case $1 in
+        mesh) echo medit ;; nas) echo nastran ;; neu) echo femap ;; *) echo "$1" ;;
+    esac
 }
 
 # Extension of a format name.
@@ -143,18 +161,26 @@ corrupt_file)
         any=1
         e=$(ext_of $f)
         cp bad.txt "bad.$e"
-        "$tool" info "bad.$e" > out.txt 2> err.txt
-        st=$?
-        ((st > 128)) && fail "info bad.$e crashed"
-        if ((st != 0)); then
-            [[ $st == 1 ]] || fail "info bad.$e exited with $st"
-            contains err.txt "cannot read 'bad.$e'"
-            grep -q 'returned -[0-9]* (' err.txt || fail "no library code in: $(cat err.txt)"
-        fi
+        run 1 info "bad.$e"
+        contains err.txt "cannot read 'bad.$e'"
+        # The library's code and reason, or (for a format that skips what it does not know) the
+        # tool's own refusal of a file without nodes.
+        grep -q 'returned -[0-9]* (\|no node in it' err.txt || fail "unclear: $(cat err.txt)"
         cp junk.bin "junk.$e"
-        "$tool" info "junk.$e" > out.txt 2> err.txt
-        st=$?
-        ((st > 128)) && fail "info junk.$e crashed"
+        run 1 info "junk.$e"
+        contains err.txt "cannot read 'junk.$e'"
+        # Every prefix of a valid file: a clean failure or a smaller mesh, never a crash.
+        if can_write $f; then
+            run 0 generate square "c.$e" --n 2
+            size=$(wc -c < "c.$e")
+            for cut in 1 7 30 $((size / 3)) $((size / 2)) $((size - 9)); do
+                head -c "$cut" "c.$e" > "cut.$e"
+                "$tool" info "cut.$e" > out.txt 2> err.txt
+                st=$?
+                ((st > 128)) && fail "info on the first $cut bytes of c.$e crashed"
+                ((st == 0 || st == 1)) || fail "info on a prefix of c.$e exited with $st"
+            done
+        fi
     done
     ((any)) || skip "no reader"
     if can_read stl; then
@@ -189,10 +215,9 @@ demo)
     [[ -d meshutil-demo-2 ]] || fail "no meshutil-demo-2 folder"
     ;;
 info)
-    need_write medit
-    need_read medit
-    run 0 generate cube cube.mesh --n 4
-    run 0 info cube.mesh
+    need_volume
+    run 0 generate cube cube.$V --n 4
+    run 0 info cube.$V
     contains out.txt "nodes                 125, 3-D coordinates"
     contains out.txt "tetrahedra          384 (EL_TETRA4)"
     contains out.txt "bounding box          [0, 1] x [0, 1] x [0, 1]"
@@ -200,6 +225,8 @@ info)
         # 6 sides of 4 x 4 squares, two triangles each.
         [[ $(info_value 'free boundaries') == 192 ]] || fail "free faces"
         [[ $(info_value 'non-manifold') == 0 ]] || fail "non-manifold faces"
+    fi
+    if grep -q '^subdomains' out.txt; then
         [[ $(info_value 'subdomains') == 1 ]] || fail "subdomains"
     fi
     if grep -q '^unused nodes' out.txt; then
@@ -210,43 +237,49 @@ info)
         grep -q '#' out.txt || fail "no histogram bars"
         contains out.txt "edge lengths          604 edges"
     fi
-    run 0 info cube.mesh --json
+    # The format named on the command line wins over the extension, for input and output.
+    cp cube.$V cube.dat
+    run 0 info cube.dat --format "$(format_of $V)"
+    contains out.txt "nodes                 125, 3-D coordinates"
+    run 0 convert cube.dat copy.txt --from "$(format_of $V)" --to vtk
+    [[ "$(head -n 1 copy.txt)" == "# vtk DataFile Version 2.0" ]] || fail "--to vtk"
+    run 0 info cube.$V --json
     json_ok out.txt
     contains out.txt '"nodes":125'
     contains out.txt '"EL_TETRA4":384'
     # A surface: the torus is closed, one piece.
-    run 0 generate torus torus.mesh --n 3
-    run 0 info torus.mesh
+    run 0 generate torus torus.$V --n 3
+    run 0 info torus.$V
     contains out.txt "triangles           144 (EL_TRIA3)"
     if grep -q '^free boundaries' out.txt; then
         [[ $(info_value 'free boundaries') == 0 ]] || fail "torus free edges"
+    fi
+    if grep -q '^subdomains' out.txt; then
         [[ $(info_value 'subdomains') == 1 ]] || fail "torus subdomains"
     fi
     ;;
 quality)
-    need_write medit
-    need_read medit
-    need_command quality x.mesh
-    run 0 generate cube cube.mesh --n 3
-    run 0 quality cube.mesh --worst 5 --sol q.sol
-    contains out.txt "cube.mesh: 162 elements"
+    need_volume
+    need_command quality x.$V
+    run 0 generate cube cube.$V --n 3
+    run 0 quality cube.$V --worst 5 --sol q.sol
+    contains out.txt "cube.$V: 162 elements"
     contains out.txt "worst elements:"
     [[ $(grep -c 'EL_TETRA4' out.txt) == 5 ]] || fail "not 5 worst elements"
     # Listed worst first: the qualities do not decrease down the list.
     awk '/EL_TETRA4/ {print $3}' out.txt | sort -g -c || fail "worst list not in order"
     [[ "$(head -n 1 q.sol)" == "3 1 64 2" ]] || fail "q.sol header"
-    run 0 quality cube.mesh --json --all
+    run 0 quality cube.$V --json --all
     json_ok out.txt
     [[ $(grep -o '"element":' out.txt | wc -l) == 162 ]] || fail "--all does not list all"
     ;;
 boundary)
-    need_write medit
-    need_read medit
-    need_command boundary x.mesh y.mesh
-    run 0 generate cube cube.mesh --n 3
-    run 0 boundary cube.mesh skin.mesh
+    need_volume
+    need_command boundary x.$V y.$V
+    run 0 generate cube cube.$V --n 3
+    run 0 boundary cube.$V skin.$V
     contains out.txt "108 boundary elements"
-    run 0 info skin.mesh
+    run 0 info skin.$V
     contains out.txt "triangles           108 (EL_TRIA3)"
     if grep -q '^unused nodes' out.txt; then
         # Only the surface nodes stay: 4^3 - 2^3.
@@ -254,45 +287,63 @@ boundary)
         [[ $(info_value 'free boundaries') == 0 ]] || fail "the skin of a cube is closed"
     fi
     # The boundary of the boundary is empty.
-    run 0 boundary skin.mesh rim.mesh
+    run 0 boundary skin.$V rim.$V
     contains out.txt "no free boundary"
     # A square's boundary: 4 x 3 edges.
-    run 0 generate square sq.mesh --n 3
-    run 0 boundary sq.mesh sqb.mesh
+    run 0 generate square sq.$V --n 3
+    run 0 boundary sq.$V sqb.$V
     contains out.txt "12 boundary elements"
     ;;
 sizes)
-    need_write medit
-    need_read medit
-    need_command sizes x.mesh y.mesh
-    run 0 generate cube cube.mesh --n 5
-    run 0 sizes cube.mesh out.mesh --p 1 --gradation 0.2
+    need_volume
+    need_command sizes x.$V y.$V
+    run 0 generate cube cube.$V --n 5
+    run 0 sizes cube.$V out.$V --p 1 --gradation 0.2
     contains out.txt "size field"
-    contains out.txt "gradation      g = 0.2 (down)"
-    [[ -s out.mesh ]] || fail "no out.mesh"
+    grep -q 'gradation      not available' out.txt || contains out.txt "gradation      g = 0.2 (down)"
+    [[ -s out.$V ]] || fail "no out.$V"
     [[ "$(head -n 1 out.sol)" == "3 1 216 2" ]] || fail "out.sol header"
-    run 0 sizes cube.mesh out2.mesh --gradation none --sol field.sol
+    run 0 sizes cube.$V out2.$V --gradation none --sol field.sol
     [[ -s field.sol ]] || fail "no field.sol"
     grep -q '^gradation' out.txt && fail "gradation ran with --gradation none"
     # Direction up never lowers a size: the minimum stays.
-    run 0 sizes cube.mesh up.mesh --direction up --p min
+    run 0 sizes cube.$V up.$V --direction up --p min
     ;;
 convert_pairs)
     # Every pair of formats read and written converts a surface and a volume back and forth with
-    # the same counts. STL holds triangles only, so volumes skip it.
+    # the same counts. STL and OBJ hold no solids, so volumes skip them.
     formats=()
     for f in medit stl nastran obj femap; do
         can_read $f && can_write $f && formats+=("$f")
     done
+    # The STL reader welds the corners of its triangles into shared nodes; a build whose reader
+    # does not (yet) do so cannot round-trip node counts through STL and leaves it out, loudly.
+    if can_read stl && can_write stl; then
+        run 0 generate torus probe.stl --n 3
+        run 0 info probe.stl
+        if ! grep -q "^nodes                 72," out.txt; then
+            echo "NOTE [$case_name]: the STL reader does not weld corners; STL pairs left out"
+            formats=("${formats[@]/stl/}")
+        fi
+    fi
     ((${#formats[@]} > 0)) || skip "no format both read and written"
-    first=${formats[0]}
     for kind in torus cube; do
+        # The first format able to hold the kind's elements.
+        first=
+        for f in "${formats[@]}"; do
+            [[ -z $f || ($kind == cube && ($f == stl || $f == obj)) ]] && continue
+            first=$f
+            break
+        done
+        [[ -z $first ]] && continue
         run 0 generate $kind "$kind.$(ext_of "$first")" --n 3
         run 0 info "$kind.$(ext_of "$first")" --json
         ref=$(grep -o '"nodes":[0-9]*,"dimension":[0-9]*,"elements":{[^}]*}' out.txt)
         for a in "${formats[@]}"; do
+            [[ -z $a ]] && continue
             for b in "${formats[@]}"; do
-                [[ $kind == cube && ($a == stl || $b == stl) ]] && continue
+                [[ -z $b ]] && continue
+                [[ $kind == cube && ($a == stl || $b == stl || $a == obj || $b == obj) ]] && continue
                 src="$kind.$(ext_of "$first")"
                 run 0 convert "$src" "$kind-a.$(ext_of "$a")"
                 run 0 convert "$kind-a.$(ext_of "$a")" "$kind-ab.$(ext_of "$b")"
@@ -303,7 +354,7 @@ convert_pairs)
             done
         done
     done
-    if can_write stl && can_read stl; then
+    if [[ " ${formats[*]} " == *" stl "* ]]; then
         run 0 generate torus t.stl --binary --n 3
         run 0 info t.stl
         contains out.txt "triangles           144 (EL_TRIA3)"
@@ -337,17 +388,30 @@ write_only)
     ((any)) || skip "no writer"
     ;;
 merge)
-    need_write medit
-    need_read medit
-    need_command convert x.mesh y.mesh --merge 0
-    # A square written as a medit file; converting with a tolerance larger than the cells
-    # collapses everything but a few elements, a tiny one changes nothing.
-    run 0 generate square sq.mesh --n 4
-    run 0 convert sq.mesh same.mesh --merge 1e-9
-    contains out.txt "merged 0 nodes"
-    run 0 convert sq.mesh coarse.mesh --merge 0.3
-    contains out.txt "merged"
-    run 0 info coarse.mesh
+    need_volume
+    need_command convert x.$V y.$V --merge 0
+    # A tiny tolerance changes nothing; one above the smallest cell merges the nodes near the
+    # corner where the cube's cells are smallest, drops the collapsed tetrahedra and the nodes
+    # left unused.
+    run 0 generate cube cube.$V --n 4
+    run 0 convert cube.$V same.$V --merge 1e-9
+    contains out.txt "merged 0 nodes, removed 0 collapsed elements, dropped 0 unused nodes"
+    run 0 convert cube.$V coarse.$V --merge 0.12
+    n=$(sed -n 's/^merged \([0-9]*\) nodes.*/\1/p' out.txt)
+    ((n > 0)) || fail "nothing merged at 0.12"
+    run 0 info coarse.$V
+    ((n + $(info_value nodes) <= 125)) || fail "nodes were merged but not dropped"
+    if can_read medit; then
+        # Two triangles written apart, sharing an edge in space: 6 vertices become 4.
+        printf 'MeshVersionFormatted 1\nDimension 2\nVertices\n6\n0 0 0\n1 0 0\n0 1 0\n1 0 0\n1 1 0\n0 1 0\nTriangles\n2\n1 2 3 0\n4 5 6 0\nEnd\n' > apart.mesh
+        run 0 convert apart.mesh joined.mesh --merge 0
+        contains out.txt "merged 2 nodes"
+        run 0 info joined.mesh
+        contains out.txt "nodes                 4, 2-D coordinates"
+        if grep -q '^free boundaries' out.txt; then
+            [[ $(info_value 'free boundaries') == 4 ]] || fail "the two triangles are not joined"
+        fi
+    fi
     ;;
 *)
     fail "unknown case"

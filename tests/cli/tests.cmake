@@ -11,3 +11,10 @@ if(TARGET meshutil_cli)
         set_tests_properties(cli.${case} PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300)
     endforeach()
 endif()
+
+# The installed tool finds the installed library by itself (no LD_LIBRARY_PATH).
+if(TARGET meshutil_cli AND NOT MESHUTIL_SANITIZE)
+    add_test(NAME cli.installed_tool_runs
+        COMMAND bash -c "rm -rf \"$1\" && cmake --install \"$2\" --prefix \"$1\" > /dev/null && env -u LD_LIBRARY_PATH \"$1/bin/meshutil\" --version | grep -qx 'meshutil 4.7.2.1'"
+                _ ${CMAKE_CURRENT_BINARY_DIR}/cli-install ${PROJECT_BINARY_DIR})
+endif()
