@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <meshutil/editing.h>
 #include <meshutil/io.h>
 
 namespace qx7::meshutil
@@ -392,7 +393,21 @@ int stl_weld(dense2D<double>& pos, dense2D<unsigned>& connectM) noexcept
         e[0] = unsigned(3 * t), e[1] = unsigned(3 * t + 1), e[2] = unsigned(3 * t + 2);
     }
     if (h2 == 0.0) return 0;
-    return 0;
+    // Exact pass by blocks of triangles (each block's columns are a view of connectM), then the
+    // tolerance pass over everything; positive counts are success.
+    for (std::size_t j0 = 0; j0 < nbr_tri; j0 += stl_exact_block)
+    {
+        const std::size_t n = nbr_tri - j0 < stl_exact_block ? nbr_tri - j0 : stl_exact_block;
+        dense2D<unsigned> block = connectM.sub_matrix(0, j0, 3, n);
+        const int r = merge(pos, block, 0.0, 0);
+        if (r < 0) return r;
+    }
+    int r = merge(pos, connectM, 0.05 * std::sqrt(h2), 0);
+    if (r < 0) return r;
+    r = remove_degenerated(connectM, true);
+    if (r < 0) return r;
+    r = simplify(pos, connectM, 0u);
+    return r < 0 ? r : 0;
 }
 
 } // namespace detail
