@@ -164,7 +164,7 @@ bool fast_number(const char*& p, double& value) noexcept
         if (*s == '+' || *s == '-') exp_negative = *s++ == '-';
         int exp_digits = 0;
         for (; *s >= '0' && *s <= '9'; ++s, ++exp_digits)
-            exponent = exponent * 10 + (*s - '0');
+            if (exp_digits < 5) exponent = exponent * 10 + (*s - '0'); // more: rejected below
         if (exp_digits == 0 || exp_digits > 4) return false;
         if (exp_negative) exponent = -exponent;
     }
