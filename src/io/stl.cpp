@@ -89,11 +89,13 @@ public:
         const void* nl = std::memchr(s, '\n', limit);
         std::size_t len = nl ? std::size_t(static_cast<const char*>(nl) - s) + 1 : limit;
         m_pos += len;
-        std::size_t k = 0;
-        for (; k < len && s[k] != '\0'; ++k)
+        // The string ends at the first NUL; lower-casing without branches vectorises.
+        const void* nul = std::memchr(s, '\0', len);
+        const std::size_t k = nul ? std::size_t(static_cast<const char*>(nul) - s) : len;
+        for (std::size_t i = 0; i < k; ++i)
         {
-            char c = s[k];
-            out[k] = (c >= 'A' && c <= 'Z') ? char(c + ('a' - 'A')) : c;
+            const char c = s[i];
+            out[i] = char(c + ((unsigned char)(c - 'A') < 26 ? 'a' - 'A' : 0));
         }
         out[k] = '\0';
         return true;
@@ -231,6 +233,30 @@ inline double load_float(const unsigned char* p) noexcept
     return double(x);
 }
 
+/// Squared distance from pi to the line through pj and pk: |(pi - pj) x (pk - pj)|^2 /
+/// |pk - pj|^2, without the division when pk = pj.
+inline double corner_height2(const double* pi, const double* pj, const double* pk) noexcept
+{
+    const double u0 = pi[0] - pj[0], u1 = pi[1] - pj[1], u2 = pi[2] - pj[2];
+    const double w0 = pk[0] - pj[0], w1 = pk[1] - pj[1], w2 = pk[2] - pj[2];
+    const double x0 = u1 * w2 - u2 * w1, x1 = u2 * w0 - u0 * w2, x2 = u0 * w1 - u1 * w0;
+    const double value = x0 * x0 + x1 * x1 + x2 * x2;
+    const double edge2 = w0 * w0 + w1 * w1 + w2 * w2;
+    return edge2 != 0.0 ? value / edge2 : value;
+}
+
+/// Smallest corner_height2 of the triangle (a, b, c), corners taken cyclically (a from b to c,
+/// b from c to a, c from a to b).
+inline double triangle_height2(const double* a, const double* b, const double* c) noexcept
+{
+    double h2 = corner_height2(a, b, c);
+    const double hb = corner_height2(b, c, a);
+    if (hb < h2) h2 = hb;
+    const double hc = corner_height2(c, a, b);
+    if (hc < h2) h2 = hc;
+    return h2;
+}
+
 /// Largest number of corner nodes: node indices stay below the undefined index.
 constexpr std::size_t max_corners = std::size_t(undefined_index) - 1;
 
@@ -350,23 +376,7 @@ int stl_read_binary(std::FILE* f, dense2D<double>& pos) noexcept
 
 double stl_triangle_height2(const double* a, const double* b, const double* c) noexcept
 {
-    const double* P[3] = {a, b, c};
-    double h2 = 0.0;
-    for (int i = 0; i < 3; ++i)
-    {
-        const double* pi = P[i];
-        const double* pj = P[(i + 1) % 3];
-        const double* pk = P[(i + 2) % 3];
-        const double u[3] = {pi[0] - pj[0], pi[1] - pj[1], pi[2] - pj[2]};
-        const double w[3] = {pk[0] - pj[0], pk[1] - pj[1], pk[2] - pj[2]};
-        const double x[3] = {u[1] * w[2] - u[2] * w[1], u[2] * w[0] - u[0] * w[2],
-                             u[0] * w[1] - u[1] * w[0]};
-        double value = x[0] * x[0] + x[1] * x[1] + x[2] * x[2];
-        const double edge2 = w[0] * w[0] + w[1] * w[1] + w[2] * w[2];
-        if (edge2 != 0.0) value /= edge2;
-        if (i == 0 || value < h2) h2 = value;
-    }
-    return h2;
+    return triangle_height2(a, b, c);
 }
 
 double stl_smallest_height2(const dense2D<double>& pos) noexcept
