@@ -274,6 +274,41 @@ bool stl_scan_triple(const char* line, bool facet, double v[3]) noexcept
            3;
 }
 
+int stl_format_e_direct(double x, char* out) noexcept
+{
+    if (!std::isfinite(x)) return 0;
+    char* p = out;
+    if (std::signbit(x)) *p++ = '-';
+    const double a = std::fabs(x);
+    if (a == 0.0)
+    {
+        std::memcpy(p, "0.000000e+00", 12);
+        return int(p - out) + 12;
+    }
+    const int e = int(std::floor(std::log10(a)));
+    const int k = 6 - e;
+    if (k < -22 || k > 22) return 0;
+    // One correctly rounded operation on exact operands: |m - a 10^k| <= 2^-30 below 2^24.
+    const double m = k >= 0 ? a * exact_powers_of_ten[k] : a / exact_powers_of_ten[-k];
+    if (!(m >= 1e6 && m < 9999999.25)) return 0; // exponent estimate off, or a carry
+    const double whole = std::floor(m);
+    const double fraction = m - whole;              // exact
+    if (std::fabs(fraction - 0.5) < 1e-6) return 0; // too close to a tie to decide
+    unsigned n = unsigned(whole) + (fraction > 0.5 ? 1u : 0u);
+    char digits[7];
+    for (int i = 6; i >= 0; --i, n /= 10)
+        digits[i] = char('0' + n % 10);
+    p[0] = digits[0];
+    p[1] = '.';
+    std::memcpy(p + 2, digits + 1, 6);
+    p[8] = 'e';
+    p[9] = e < 0 ? '-' : '+';
+    const int ae = e < 0 ? -e : e; // at most 28: two digits
+    p[10] = char('0' + ae / 10);
+    p[11] = char('0' + ae % 10);
+    return int(p - out) + 12;
+}
+
 int stl_read_text(std::FILE* f, dense2D<double>& pos) noexcept
 {
     dense1D<char> buffer;
@@ -464,9 +499,12 @@ namespace
 {
 
 constexpr const char* text_header = "solid QX7\n";
-constexpr const char* text_facet = "   facet normal %le %le %le\n";
+// Facet and vertex lines: the prefix, then three numbers in number_format separated by one
+// space, then a newline ("   facet normal %le %le %le\n", "         vertex %le %le %le\n").
+constexpr const char* text_facet = "   facet normal ";
 constexpr const char* text_outer_loop = "      outer loop\n";
-constexpr const char* text_vertex = "         vertex %le %le %le\n";
+constexpr const char* text_vertex = "         vertex ";
+constexpr const char* number_format = "%le";
 constexpr const char* text_endloop = "      endloop\n";
 constexpr const char* text_endfacet = "   endfacet\n";
 constexpr const char* text_footer = "endsolid QX7\n";
@@ -511,21 +549,47 @@ inline void store_float(unsigned char* p, double x) noexcept
     p[2] = static_cast<unsigned char>(bits >> 16), p[3] = static_cast<unsigned char>(bits >> 24);
 }
 
+/// Appends the three numbers of a facet or vertex line after its prefix, and the newline.
+char* put_triple(char* p, const char* prefix, const double* v) noexcept
+{
+    const std::size_t len = std::strlen(prefix);
+    std::memcpy(p, prefix, len);
+    p += len;
+    for (int i = 0; i < 3; ++i)
+    {
+        int n = detail::stl_format_e_direct(v[i], p);
+        if (n == 0) n = std::snprintf(p, 32, number_format, v[i]);
+        p += n;
+        *p++ = i < 2 ? ' ' : '\n';
+    }
+    return p;
+}
+
+char* put_text(char* p, const char* text) noexcept
+{
+    const std::size_t len = std::strlen(text);
+    std::memcpy(p, text, len);
+    return p + len;
+}
+
 int write_text(std::FILE* f, const dense2D<double>& pos, const dense2D<unsigned>& connectM) noexcept
 {
     bool ok = std::fputs(text_header, f) >= 0;
     double P[3][3], n[3];
+    char facet[512]; // 7 lines, 12 numbers of at most 24 bytes
     const std::size_t nbr = connectM.empty() ? 0 : connectM.cols();
     for (std::size_t j = 0; ok && j < nbr; ++j)
     {
         corners(pos, connectM.col(j), P);
         unit_normal(P, n);
-        ok = std::fprintf(f, text_facet, n[0], n[1], n[2]) >= 0 &&
-             std::fputs(text_outer_loop, f) >= 0 &&
-             std::fprintf(f, text_vertex, P[0][0], P[0][1], P[0][2]) >= 0 &&
-             std::fprintf(f, text_vertex, P[1][0], P[1][1], P[1][2]) >= 0 &&
-             std::fprintf(f, text_vertex, P[2][0], P[2][1], P[2][2]) >= 0 &&
-             std::fputs(text_endloop, f) >= 0 && std::fputs(text_endfacet, f) >= 0;
+        char* p = put_triple(facet, text_facet, n);
+        p = put_text(p, text_outer_loop);
+        for (int k = 0; k < 3; ++k)
+            p = put_triple(p, text_vertex, P[k]);
+        p = put_text(p, text_endloop);
+        p = put_text(p, text_endfacet);
+        const std::size_t bytes = std::size_t(p - facet);
+        ok = std::fwrite(facet, 1, bytes, f) == bytes;
     }
     const bool last = std::fputs(text_footer, f) >= 0;
     return ok && last ? 0 : -1;

@@ -216,6 +216,64 @@ TEST(stl, writer_checks_and_failures)
     EXPECT_EQ(read_bytes(path), binary_file("QX7 STL Binary", 0, {}));
 }
 
+TEST(stl, direct_number_formatting_is_printf)
+{
+    // The writer's direct "%le" conversion against snprintf over random magnitudes, signed zeros,
+    // subnormals, powers of ten and their neighbours, halfway cases and last-digit round-ups.
+    std::vector<double> values = {0.0,
+                                  -0.0,
+                                  1.0,
+                                  -1.0,
+                                  0.5,
+                                  1234567.5,
+                                  9999999.5,
+                                  0.99999995,
+                                  9.9999995,
+                                  999999.95,
+                                  1e-16,
+                                  1e28,
+                                  1e29,
+                                  1e-17,
+                                  4.9e-324,
+                                  2.2250738585072014e-308,
+                                  1.7976931348623157e308,
+                                  INFINITY,
+                                  -INFINITY,
+                                  NAN};
+    for (int e = -30; e <= 32; ++e)
+    {
+        const double x = std::pow(10.0, e);
+        values.insert(values.end(), {x, std::nextafter(x, 0.0), std::nextafter(x, INFINITY), -x});
+    }
+    std::mt19937_64 gen(17);
+    char text[64];
+    for (int i = 0; i < 100000; ++i)
+    {
+        // Seven-digit decimals with a trailing 5 (the rounding boundary) and their neighbours.
+        std::snprintf(text, sizeof text, "%u.%06u5e%d", unsigned(1 + gen() % 9),
+                      unsigned(gen() % 1000000), int(gen() % 50) - 20);
+        const double x = std::strtod(text, nullptr);
+        values.insert(values.end(), {x, std::nextafter(x, 0.0), std::nextafter(x, INFINITY)});
+        // Random bits of every magnitude.
+        std::uint64_t bits = gen();
+        double y;
+        std::memcpy(&y, &bits, sizeof y);
+        values.push_back(y);
+        values.push_back(std::ldexp(double(gen() >> 11), int(gen() % 160) - 110));
+    }
+    std::size_t direct = 0;
+    for (double x : values)
+    {
+        char got[32], expected[32];
+        const int n = detail::stl_format_e_direct(x, got);
+        std::snprintf(expected, sizeof expected, "%le", x);
+        if (n == 0) continue;
+        ++direct;
+        ASSERT_EQ(std::string(got, std::size_t(n)), expected) << std::hexfloat << x;
+    }
+    EXPECT_GT(direct, values.size() / 8); // the near-tie values go to snprintf by design
+}
+
 // ------------------------------------------------------------------------------------ parsing
 
 TEST(stl, number_scanner_agrees_with_sscanf)
