@@ -1,11 +1,10 @@
 // Fuzzes the column matching of two element lists and the typed conformity check with matrices
 // read from arbitrary bytes.
 // fuzz-seconds: 20
-#include <meshutil/elements.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <meshutil/elements.h>
 
 using namespace qx7::meshutil;
 

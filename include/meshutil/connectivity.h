@@ -86,6 +86,107 @@ MESHUTIL_API int get_element_boundaries(const dense2D<unsigned>& connectM, eleme
 MESHUTIL_API int get_neighbors(const dense2D<unsigned>& connectM, element_type FE_type,
                                bool flag_nonmanifold, dense2D<unsigned>& neighbors) noexcept;
 
+// ------------------------------------------------------------------------------------ mesh
+// boundaries
+
+/// Appends the free boundaries of a mesh, those whose slot in the neighbour matrix is ~0u, as
+/// boundary records (same records and orientation as get_element_boundaries), element by element
+/// and in local order. For a consistently oriented mesh the result is consistently oriented. The
+/// neighbour matrix must have nbr_boundaries(type) rows: so for EL_EDGE2 one row (the end point
+/// opposite node 0), and a two-row matrix of edges from get_neighbors is refused.
+/// @param[in]     connectM    nbr_nodes(FE_type) x nbr_elements.
+/// @param[in]     neighbors   nbr_boundaries(FE_type) x nbr_elements, entries ~0u or below
+///                            nbr_elements.
+/// @param[in]     FE_type     element type (normalised by row count).
+/// @param[in,out] boundaries  boundary_record_size(FE_type) rows; appended to.
+/// @return 0 (nothing done) when connectM has no columns; -1 connectM rows differ from
+///         nbr_nodes(type); -2 neighbors has the wrong column count, row count, or an entry
+///         neither ~0u nor below nbr_elements; -4 boundaries not empty with a row count other than
+///         boundary_record_size(type); -3 unsupported type (tested after the output shape);
+///         -199 memory; 0 success. Outputs on failure: columns appended before a memory failure
+///         stay; otherwise untouched.
+/// Complexity: O(nbr_elements) amortised time, no extra memory beyond the output.
+MESHUTIL_API int get_mesh_boundaries(const dense2D<unsigned>& connectM,
+                                     const dense2D<unsigned>& neighbors, element_type FE_type,
+                                     dense2D<unsigned>& boundaries) noexcept;
+
+/// Appends the codes e x nbr_bound + k of the free boundaries (neighbors(k, e) is ~0u), element by
+/// element and in local order, where nbr_bound = nbr_boundaries(type) is also returned through
+/// nbr_bound (1 for EL_EDGE2, whose neighbour matrix here has one row; 6 for EL_SOLID_MIX, whose
+/// tetrahedra use only k = 0 to 3). element = code / nbr_bound, k = code % nbr_bound. The entries
+/// of neighbors are not range-checked. codes grows by doubling.
+/// @param[in]     connectM   nbr_nodes(FE_type) x nbr_elements.
+/// @param[in]     neighbors  nbr_boundaries(FE_type) x nbr_elements.
+/// @param[in]     FE_type    element type (normalised by row count).
+/// @param[in,out] codes      appended to.
+/// @param[out]    nbr_bound  set to 0 first, then to nbr_boundaries of the normalised type.
+/// @return 0 on success (also for an empty connectM, nbr_bound then 0); -1 connectM does not have
+///         the row count of the type; -2 unsupported type, or neighbors with another column count
+///         or row count; -199 memory. Outputs on failure: codes appended before a memory failure
+///         stay.
+/// Complexity: O(nbr_elements) amortised time, no extra memory beyond the output.
+MESHUTIL_API int get_mesh_bounding_elements(const dense2D<unsigned>& connectM,
+                                            const dense2D<unsigned>& neighbors,
+                                            element_type FE_type, dense1D<unsigned>& codes,
+                                            unsigned& nbr_bound) noexcept;
+
+/// Finds, for every record of a boundary connectivity (end points of an edge mesh, edges of a
+/// surface mesh, faces of a solid mesh, as get_mesh_boundaries or a file gives them), an element
+/// of the mesh that has it as a local boundary, as the code e x nbr_bound + k, ~0u when no element
+/// has it. Matching as in get_neighbors: same nodes forming the same cycle, either sense, any
+/// start; a triangle never matches a quadrangle. When several elements have the boundary (an
+/// interior face), an element listing it in the same sense as the record is preferred to one
+/// listing it reversed, and among those the lowest column wins; so a record cut from an element
+/// keeps pointing to that element even on an interface. nbr_bound is nbr_boundaries(type), except
+/// for EL_EDGE2, where it is 2 so that both end points have a code (end point k is the end opposite
+/// node k). Records are boundary_record_size(type) long (4 for faces of mixed or non-tetrahedral
+/// solids, a triangle ending with ~0u); a record holding ~0u elsewhere matches nothing.
+/// Accepted types as get_element_boundaries.
+/// @param[in]  connectM    nbr_nodes(FE_type) x nbr_elements.
+/// @param[in]  FE_type     element type (normalised by row count).
+/// @param[in]  boundaries  boundary_record_size(FE_type) x nbr_records.
+/// @param[out] codes       nbr_records, ~0u where unmatched; emptied first, then resized.
+/// @param[out] nbr_bound   set to 0 first, then to the divisor of the codes.
+/// @return 0 on success (an empty connectM gives codes all ~0u and nbr_bound 0; an empty
+///         boundaries gives codes empty); -1 connectM does not have the row count of the type;
+///         -2 unsupported type; -3 boundaries not empty with a row count other than
+///         boundary_record_size(type); -199 memory. Outputs on failure: codes empty.
+/// Complexity: O(nbr_records + B x nbr_elements) expected time, O(nbr_records) extra memory.
+MESHUTIL_API int get_elements_on_boundaries(const dense2D<unsigned>& connectM, element_type FE_type,
+                                            const dense2D<unsigned>& boundaries,
+                                            dense1D<unsigned>& codes, unsigned& nbr_bound) noexcept;
+
+// ------------------------------------------------------------------------------------ subdomains
+
+/// Lists the connected parts (subdomains) of a mesh from its neighbour matrix, in offset form:
+/// subdomain s is order[first[s]] to order[first[s+1]-1]. Subdomains come in the order of their
+/// lowest element; each is flooded breadth first from that element, the neighbours of an element
+/// taken in row order (local boundary 0 first). Links are followed as they stand: a link recorded
+/// in one direction only is followed from its owner's side only; entries ~0u or not below the
+/// column count are skipped.
+/// @param[in]  neighbors  any rows x nbr_elements.
+/// @param[out] order      nbr_elements, every element once; emptied first, then filled.
+/// @param[out] first      nbr_subdomains + 1; first[0] = 0, last = nbr_elements.
+/// @return 0 on success (no columns give order empty, first = (0)); -199 memory. Outputs on
+///         failure: order and first empty.
+/// Complexity: O(rows x nbr_elements) time, O(nbr_elements) extra memory (bits).
+MESHUTIL_API int get_subdomains(const dense2D<unsigned>& neighbors, dense1D<unsigned>& order,
+                                dense1D<unsigned>& first) noexcept;
+
+/// As the listing form, then reorders the mesh in place so that every subdomain is a contiguous
+/// column range: new column i of connectM and of neighbors is old column order[i], and the
+/// element numbers held in neighbors (those below nbr_elements) are renumbered accordingly, ~0u
+/// staying. Subdomain s is then columns first[s] to first[s+1]-1.
+/// @param[in,out] connectM   any rows x nbr_elements.
+/// @param[in,out] neighbors  any rows x nbr_elements (the same column count as connectM).
+/// @param[out]    first      nbr_subdomains + 1.
+/// @return 0 on success; -2 neighbors has a column count other than connectM's (nothing
+///         changed); -199 memory. Outputs on failure: with -199, connectM, neighbors and first
+///         are all emptied.
+/// Complexity: O((rows(connectM) + rows(neighbors)) x nbr_elements) time and extra memory.
+MESHUTIL_API int get_subdomains(dense2D<unsigned>& connectM, dense2D<unsigned>& neighbors,
+                                dense1D<unsigned>& first) noexcept;
+
 // ------------------------------------------------------------------------------------ node to
 // element
 
@@ -116,6 +217,37 @@ MESHUTIL_API int get_ancestors(const dense2D<unsigned>& connectM,
 MESHUTIL_API int get_connected_elements(const dense2D<unsigned>& connectM, dense1D<unsigned>& first,
                                         dense1D<unsigned>& elements) noexcept;
 
+// ------------------------------------------------------------------------------------ colour
+// interfaces
+
+/// Appends the boundaries that separate elements of different colours, and the free boundaries,
+/// as boundary records (as get_element_boundaries), element by element and in local order. A
+/// boundary whose neighbour has the same colour is skipped. With both_sides false, a boundary
+/// whose neighbour n is at most e is skipped too (it is written from n), so every interface is
+/// written once, from its lower element and in that element's orientation; with both_sides true,
+/// every interface is written from both sides, each in its own orientation. Free boundaries are
+/// written once in either case.
+/// @param[in]     connectM    nbr_nodes(FE_type) x nbr_elements.
+/// @param[in]     neighbors   nbr_boundaries(FE_type) x nbr_elements, entries ~0u or below
+///                            nbr_elements. Extra columns are allowed (only their entries are
+///                            checked); fewer columns than elements are refused with -2 rather
+///                            than read out of bounds.
+/// @param[in]     colors      nbr_elements colours.
+/// @param[in]     FE_type     element type (normalised by row count).
+/// @param[in]     both_sides  whether interfaces are written from both sides.
+/// @param[in,out] boundaries  boundary_record_size(FE_type) rows; appended to.
+/// @return 0 (nothing done) when connectM has no columns; -1 connectM rows differ from
+///         nbr_nodes(type); -2 neighbors has the wrong row count, too few columns, or an entry
+///         neither ~0u nor below nbr_elements; -3 colors size differs from nbr_elements;
+///         -5 boundaries not empty with a row count other than boundary_record_size(type);
+///         -4 unsupported type (tested last); -199 memory; 0 success. Outputs on failure: columns
+///         appended before a memory failure stay; otherwise untouched.
+/// Complexity: O(nbr_elements) amortised time, no extra memory beyond the output.
+MESHUTIL_API int get_colors_boundaries(const dense2D<unsigned>& connectM,
+                                       const dense2D<unsigned>& neighbors,
+                                       const dense1D<unsigned>& colors, element_type FE_type,
+                                       bool both_sides, dense2D<unsigned>& boundaries) noexcept;
+
 // ------------------------------------------------------------------------------------ node graph
 
 /// Computes the node-to-node graph of a mesh in offset form: the neighbours of node i are
@@ -131,8 +263,8 @@ MESHUTIL_API int get_connected_elements(const dense2D<unsigned>& connectM, dense
 /// @param[out] graph     first[n] node numbers; emptied first.
 /// @return 0 on success; -199 memory. Outputs on failure: graph empty, first empty when the
 ///         failure happened while sizing graph.
-/// Complexity: O(sum over nodes of the sizes of the elements around them) time, O(n + rows x
-/// nbr_elements) extra memory.
+/// Complexity: O(sum over nodes of the sizes of the elements around them) time, O(n + defined
+/// entries of connectM) extra memory (the node-to-element lists and the marker).
 MESHUTIL_API int get_node_graph(const dense2D<unsigned>& connectM, dense1D<unsigned>& first,
                                 dense1D<unsigned>& graph) noexcept;
 

@@ -88,7 +88,9 @@ public:
 
     /// Nearest inserted node to P. Among nodes at equal distance the one met first on the descent
     /// from the root wins (later nodes replace the best only when strictly closer).
-    /// @return the mesh index; ~0u when the detector is empty.
+    /// @return the mesh index; ~0u when the detector is empty. (The walk keeps its pending
+    ///         branches on a stack of 256 entries, then on the heap; should that fail to grow,
+    ///         the best node found so far is returned.)
     /// Complexity: O(log n) expected time for well-spread nodes.
     unsigned find_closest(const vector_fixed<double, 2>& P) const noexcept;
     /// 3-D point form. @return the mesh index; ~0u when the detector is empty.

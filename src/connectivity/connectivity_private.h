@@ -57,6 +57,28 @@ inline void boundary_record(const local_boundaries& t, const unsigned* p, unsign
         record[i] = undefined_index;
 }
 
+/// Appends the R-place record of boundary k of column p as a new last column of out
+/// (append_column); false when memory cannot be had.
+inline bool append_boundary(dense2D<unsigned>& out, const local_boundaries& t, const unsigned* p,
+                            unsigned k, unsigned R) noexcept
+{
+    unsigned record[4];
+    boundary_record(t, p, k, R, record);
+    return append_column(out, record, R);
+}
+
+/// True when every entry of M is ~0u or below n.
+inline bool entries_below(const dense2D<unsigned>& M, std::size_t n) noexcept
+{
+    for (std::size_t j = 0, cols = M.cols(), rows = M.rows(); j < cols; ++j)
+    {
+        const unsigned* p = M.col(j);
+        for (std::size_t i = 0; i < rows; ++i)
+            if (p[i] != undefined_index && p[i] >= n) return false;
+    }
+    return true;
+}
+
 /// Canonical form of a boundary: the same value for every list of the same nodes forming the same
 /// cycle, in either sense and from any start, and different values otherwise. n is the number of
 /// nodes (1 to 4); unused places hold ~0u.

@@ -47,7 +47,10 @@ void resolve_in_order(dense1D<unsigned>& map, const dense1D<unsigned>& A,
         if (rank[A[i]] == undefined_index) m[A[i]] = m[m[A[i]]];
 }
 
-/// Pairs from a k-d tree over A, one closed-box search per node of B.
+/// Pairs from a k-d tree over A, one closed-box search per node of B. The pairs (j, a) come in
+/// increasing j and a node keeps the first j that reaches it, so applying each pair as it is
+/// found gives the map that sorting all pairs by (j, a) and applying them in that order gives
+/// (for one j the nodes a are distinct): no pair list is kept.
 template <unsigned D>
 int merge_tree(const dense2D<double>& pos, const dense1D<unsigned>& A, const dense1D<unsigned>& B,
                dense1D<unsigned>& map, double tol) noexcept
@@ -156,6 +159,143 @@ int merge_exact(const dense2D<double>& pos, const dense1D<unsigned>& A, const de
     return count;
 }
 
+/// Pairs from a uniform grid over A: cells of side h >= tol, so the closed box of a node of B
+/// covers at most 3 cells per axis; the cell of a coordinate is a non-decreasing function of it,
+/// so the cells from those of b - tol to b + tol hold every node of A in the box, and each
+/// candidate passes the very tests of the tree search. Returns -2 (nothing changed) when the grid
+/// does not suit: a non-finite coordinate in A, or nodes crowded in few cells.
+template <unsigned D>
+int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const dense1D<unsigned>& B,
+               dense1D<unsigned>& map, double tol) noexcept
+{
+    const std::size_t na = A.size();
+    if (na == 0 || na >= undefined_index / 2) return -2;
+    double lo[D], hi[D];
+    for (unsigned i = 0; i < D; ++i)
+    {
+        lo[i] = INFINITY;
+        hi[i] = -INFINITY;
+    }
+    for (std::size_t k = 0; k < na; ++k)
+    {
+        const double* p = pos.col(A[k]);
+        for (unsigned i = 0; i < D; ++i)
+        {
+            if (!std::isfinite(p[i])) return -2;
+            lo[i] = std::min(lo[i], p[i]);
+            hi[i] = std::max(hi[i], p[i]);
+        }
+    }
+    // About one node per cell when the nodes fill their box, never cells finer than tol.
+    double extent = 0.0;
+    for (unsigned i = 0; i < D; ++i)
+        extent = std::max(extent, hi[i] - lo[i]);
+    const double per_axis = std::ceil(std::pow(double(na), 1.0 / D));
+    double h = std::max(tol, extent / per_axis);
+    if (!(h > 0.0) || !std::isfinite(h)) h = 1.0;
+    const double inv_h = 1.0 / h;
+    std::size_t dims[D], nbr_cells = 1;
+    for (unsigned i = 0; i < D; ++i)
+    {
+        const double cells = std::floor((hi[i] - lo[i]) * inv_h) + 1.0;
+        if (!(cells <= double(4 * na + 16))) return -2;
+        dims[i] = std::size_t(cells);
+        nbr_cells *= dims[i];
+        if (nbr_cells > 8 * na + 64) return -2;
+    }
+    auto cell_of = [&](unsigned i, double x) -> std::size_t
+    {
+        const double v = std::floor((x - lo[i]) * inv_h);
+        if (!(v > 0.0)) return 0;
+        if (v >= double(dims[i] - 1)) return dims[i] - 1;
+        return std::size_t(v);
+    };
+    auto cell_id = [&](const double* p)
+    {
+        std::size_t id = 0;
+        for (unsigned i = D; i-- > 0;)
+            id = id * dims[i] + cell_of(i, p[i]);
+        return id;
+    };
+    // Items carry their coordinates and their position in B (fixed in advance: at step j a node
+    // was handled when its position is at most j), so a scan reads one contiguous block.
+    struct item
+    {
+        double c[D];
+        unsigned node, rank;
+    };
+    dense1D<unsigned> start, rank, cell;
+    dense1D<item> items;
+    if (!start.resize(nbr_cells + 1, 0u) || !items.resize(na) || !cell.resize(na) ||
+        !rank.resize(pos.cols(), undefined_index))
+        return -199;
+    for (std::size_t j = 0; j < B.size(); ++j)
+        rank[B[j]] = unsigned(j);
+    for (std::size_t k = 0; k < na; ++k)
+    {
+        cell[k] = unsigned(cell_id(pos.col(A[k])));
+        ++start[cell[k] + 1];
+    }
+    std::uint64_t crowding = 0;
+    for (std::size_t c = 0; c < nbr_cells; ++c)
+    {
+        crowding += std::uint64_t(start[c + 1]) * start[c + 1];
+        start[c + 1] += start[c];
+    }
+    if (crowding > 16 * std::uint64_t(na) + 1024) return -2;
+    for (std::size_t k = 0; k < na; ++k)
+    {
+        const double* p = pos.col(A[k]);
+        item& it = items[start[cell[k]]++];
+        for (unsigned i = 0; i < D; ++i)
+            it.c[i] = p[i];
+        it.node = A[k];
+        it.rank = rank[A[k]];
+    }
+    for (std::size_t c = nbr_cells; c > 0; --c)
+        start[c] = start[c - 1];
+    start[0] = 0;
+
+    unsigned* m = map.data();
+    int count = 0;
+    for (std::size_t j = 0; j < B.size(); ++j)
+    {
+        const unsigned b = B[j];
+        const double* p = pos.col(b);
+        std::size_t first[D], last[D], at[D];
+        bool finite = true;
+        for (unsigned i = 0; i < D; ++i)
+        {
+            finite = finite && std::isfinite(p[i]);
+            first[i] = cell_of(i, p[i] - tol);
+            last[i] = cell_of(i, p[i] + tol);
+            at[i] = first[i];
+        }
+        // A non-finite coordinate of b makes a box no finite node lies in.
+        if (!finite) continue;
+        for (;;)
+        {
+            std::size_t id = 0;
+            for (unsigned i = D; i-- > 0;)
+                id = id * dims[i] + at[i];
+            for (unsigned k = start[id], e = start[id + 1]; k < e; ++k)
+            {
+                const unsigned a = items[k].node;
+                if (items[k].rank <= j || !within<D>(p, items[k].c, tol) || m[a] != a) continue;
+                m[a] = b;
+                ++count;
+            }
+            unsigned i = 0;
+            while (i < D && at[i] == last[i])
+                at[i] = first[i], ++i;
+            if (i == D) break;
+            ++at[i];
+        }
+    }
+    resolve_in_order(map, A, B, rank.data());
+    return count;
+}
+
 template <unsigned D>
 int merge_dim(const dense2D<double>& pos, const dense1D<unsigned>& A, const dense1D<unsigned>& B,
               dense1D<unsigned>& map, double tol, merge_search how) noexcept
@@ -169,6 +309,11 @@ int merge_dim(const dense2D<double>& pos, const dense1D<unsigned>& A, const dens
     if (!nan_in_a &&
         (how == merge_search::exact_hash || (how == merge_search::automatic && tol == 0.0)))
         return merge_exact<D>(pos, A, B, map);
+    if (!nan_in_a && (how == merge_search::grid || how == merge_search::automatic))
+    {
+        const int count = merge_grid<D>(pos, A, B, map, tol);
+        if (count != -2) return count;
+    }
     return merge_tree<D>(pos, A, B, map, tol);
 }
 

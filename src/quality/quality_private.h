@@ -1,4 +1,5 @@
-// Per-edge kernels of the quality family, shared with the metric gradation (never installed).
+// Kernels of the quality family (never installed): per-element shape qualities, and per-edge
+// lengths and shocks in a size field, the latter shared with the metric gradation.
 //
 // A size field is either one size h per node (isotropic) or one packed metric per node: 3 values
 // M11, M12, M22 in 2-D, 6 values M11, M12, M22, M13, M23, M33 in 3-D. The size is taken to vary
@@ -9,6 +10,8 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <cstddef>
+#include <meshutil/elements.h>
 
 namespace qx7::meshutil::detail
 {
@@ -130,6 +133,684 @@ inline double aniso_edge_shock(const double* xi, const double* xj, const double*
     const double L = metric_edge_length<DIM>(e, Mi, Mj, li, lj);
     if (L == 0.0) return same_metric<DIM>(Mi, Mj) ? 0.0 : DBL_MAX;
     return shock_of_lengths(li, lj, L, false);
+}
+
+/// The element_type held in an int of a type vector; EL_UNKNOWN for a value outside 0 to 20.
+inline element_type to_element_type(int t) noexcept
+{
+    return t >= 0 && t < static_cast<int>(nbr_element_types) ? static_cast<element_type>(t)
+                                                             : EL_UNKNOWN;
+}
+
+// ------------------------------------------------------------------------------------ shapes
+//
+// Every kernel takes pointers to the coordinates of the element's nodes (2 values each for the
+// planar kernels, 3 otherwise) and returns the quality: 1 for the ideal element, tending to 0
+// as it flattens, negative when inverted (planar faces and solids).
+
+/// Below this a quality counts as degenerate or inverted.
+inline constexpr double q_degenerate = 1e-12;
+/// Between q_degenerate and this, a quality is recomputed more carefully.
+inline constexpr double q_doubtful = 1e-10;
+/// Pyramid qualities below this (1e-12 x 24 sqrt(3)) are checked on the four sub-tetrahedra.
+inline constexpr double q_pyram_doubtful = 4.1569219381653057e-11;
+
+/// min(q, 1), then max(., -1).
+inline double clamp_quality(double q) noexcept
+{
+    return std::max(std::min(q, 1.0), -1.0);
+}
+
+inline void sub3(const double* a, const double* b, double* d) noexcept
+{
+    d[0] = a[0] - b[0];
+    d[1] = a[1] - b[1];
+    d[2] = a[2] - b[2];
+}
+inline double dot3(const double* a, const double* b) noexcept
+{
+    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+}
+inline void cross3(const double* a, const double* b, double* c) noexcept
+{
+    c[0] = a[1] * b[2] - a[2] * b[1];
+    c[1] = a[2] * b[0] - a[0] * b[2];
+    c[2] = a[0] * b[1] - a[1] * b[0];
+}
+/// det(a, b, c) = a . (b x c).
+inline double det3(const double* a, const double* b, const double* c) noexcept
+{
+    double bc[3];
+    cross3(b, c, bc);
+    return dot3(a, bc);
+}
+/// Squared distance of two 3-D points.
+inline double dist2_3(const double* a, const double* b) noexcept
+{
+    double d[3];
+    sub3(a, b, d);
+    return dot3(d, d);
+}
+
+/// Triangle quality, one pass: 2 sqrt(3) A2 / ((sum of edges) x (longest edge)) with A2 twice
+/// the area, signed in the plane (positive counter-clockwise), unsigned in space; 0 for a triangle
+/// without length.
+template <unsigned DIM>
+inline double tria_quality_once(const double* p0, const double* p1, const double* p2) noexcept
+{
+    double u[DIM], w[DIM], d[DIM];
+    for (unsigned k = 0; k < DIM; ++k)
+    {
+        u[k] = p0[k] - p2[k];
+        w[k] = p1[k] - p2[k];
+        d[k] = u[k] - w[k];
+    }
+    const double uu = norm2<DIM>(u), ww = norm2<DIM>(w);
+    const double lu = std::sqrt(uu), lw = std::sqrt(ww), ld = std::sqrt(norm2<DIM>(d));
+    const double D = (lu + lw + ld) * std::max(std::max(lu, lw), ld);
+    double A2;
+    if constexpr (DIM == 2)
+        A2 = u[0] * w[1] - u[1] * w[0];
+    else
+    {
+        const double uw = u[0] * w[0] + u[1] * w[1] + u[2] * w[2];
+        A2 = std::sqrt(std::max(0.0, uu * ww - uw * uw));
+    }
+    const double q = D > 0.0 ? 3.4641016151377544 * A2 / D : 0.0;
+    return clamp_quality(q);
+}
+
+/// Triangle quality; a value between q_degenerate and q_doubtful is recomputed with each node as
+/// the origin in turn, keeping the smallest.
+template <unsigned DIM>
+inline double tria_quality(const double* p0, const double* p1, const double* p2) noexcept
+{
+    double q = tria_quality_once<DIM>(p0, p1, p2);
+    if (q > q_degenerate && q < q_doubtful)
+    {
+        q = std::min(q, tria_quality_once<DIM>(p1, p2, p0));
+        if (q > q_degenerate) q = std::min(q, tria_quality_once<DIM>(p2, p0, p1));
+    }
+    return q;
+}
+
+/// Planar quadrangle quality: 4 sqrt(2) (smallest corner cross product) / (max(longest diagonal,
+/// longest edge) x perimeter), negative when a corner turns clockwise.
+inline double quad_quality_2d(const double* const P[4]) noexcept
+{
+    double e[4][2], L[4];
+    for (unsigned i = 0; i < 4; ++i)
+    {
+        const double* a = P[i];
+        const double* b = P[(i + 1) & 3];
+        e[i][0] = b[0] - a[0];
+        e[i][1] = b[1] - a[1];
+        L[i] = std::sqrt(e[i][0] * e[i][0] + e[i][1] * e[i][1]);
+    }
+    double cmin = e[3][0] * e[0][1] - e[3][1] * e[0][0];
+    for (unsigned i = 1; i < 4; ++i)
+        cmin = std::min(cmin, e[i - 1][0] * e[i][1] - e[i - 1][1] * e[i][0]);
+    const double g0[2] = {P[2][0] - P[0][0], P[2][1] - P[0][1]};
+    const double g1[2] = {P[3][0] - P[1][0], P[3][1] - P[1][1]};
+    const double d =
+        std::sqrt(std::max(g0[0] * g0[0] + g0[1] * g0[1], g1[0] * g1[0] + g1[1] * g1[1]));
+    const double den = std::max(d, std::max(std::max(L[0], L[1]), std::max(L[2], L[3]))) *
+                       (L[0] + L[1] + L[2] + L[3]);
+    return den > 0.0 ? clamp_quality(5.656854249492381 * cmin / den) : 0.0;
+}
+
+/// Spatial quadrangle quality in [0, 1]: the planar measure with the shortest corner normal in
+/// place of the smallest cross product, times the warp factor max(0, 1 - acos(c) / pi), c the
+/// larger cosine between the normals at opposite corners (0 when a corner normal vanishes).
+inline double quad_quality_3d(const double* const P[4]) noexcept
+{
+    double e[4][3], L[4], n[4][3], ln[4];
+    for (unsigned i = 0; i < 4; ++i)
+    {
+        sub3(P[(i + 1) & 3], P[i], e[i]);
+        L[i] = std::sqrt(dot3(e[i], e[i]));
+    }
+    for (unsigned i = 0; i < 4; ++i)
+    {
+        cross3(e[(i + 3) & 3], e[i], n[i]);
+        ln[i] = std::sqrt(dot3(n[i], n[i]));
+    }
+    const double m = std::min(std::min(ln[0], ln[1]), std::min(ln[2], ln[3]));
+    const double d = std::sqrt(std::max(dist2_3(P[2], P[0]), dist2_3(P[3], P[1])));
+    const double den = std::max(d, std::max(std::max(L[0], L[1]), std::max(L[2], L[3]))) *
+                       (L[0] + L[1] + L[2] + L[3]);
+    const double q0 = den > 0.0 ? 5.656854249492381 * m / den : 0.0;
+    double W = 0.0;
+    if (m > 0.0)
+    {
+        const double c02 = dot3(n[0], n[2]) / (ln[0] * ln[2]);
+        const double c13 = dot3(n[1], n[3]) / (ln[1] * ln[3]);
+        const double c = clamp_quality(std::max(c02, c13));
+        W = std::max(0.0, 1.0 - std::acos(c) * 0.3183098861837907);
+    }
+    return std::max(std::min(q0 * W, 1.0), 0.0);
+}
+
+/// Tetrahedron quality, one pass: 2 sqrt(6) det(P0-P3, P1-P3, P2-P3) / (longest edge x sum of
+/// the doubled face areas), all lengths and areas taken from the dot products of the three edge
+/// vectors at P3. `suspect` is set when round-off made a squared edge or area negative.
+inline double tetra_quality_once(const double* p0, const double* p1, const double* p2,
+                                 const double* p3, bool& suspect) noexcept
+{
+    double a[3], b[3], c[3];
+    sub3(p0, p3, a);
+    sub3(p1, p3, b);
+    sub3(p2, p3, c);
+    const double aa = dot3(a, a), bb = dot3(b, b), cc = dot3(c, c);
+    const double ab = dot3(a, b), ac = dot3(a, c), bc = dot3(b, c);
+    double e[6] = {aa, bb, cc, aa + bb - 2.0 * ab, aa + cc - 2.0 * ac, bb + cc - 2.0 * bc};
+    const double abac = aa - ab - ac + bc;
+    double f[4] = {aa * bb - ab * ab, aa * cc - ac * ac, bb * cc - bc * bc,
+                   e[3] * e[4] - abac * abac};
+    for (unsigned i = 3; i < 6; ++i)
+        if (e[i] < 0.0)
+        {
+            e[i] = 0.0;
+            suspect = true;
+        }
+    for (double& fi : f)
+        if (fi < 0.0)
+        {
+            fi = 0.0;
+            suspect = true;
+        }
+    const double L = std::sqrt(
+        std::max(std::max(std::max(e[0], e[1]), std::max(e[2], e[3])), std::max(e[4], e[5])));
+    const double S = std::sqrt(f[0]) + std::sqrt(f[1]) + std::sqrt(f[2]) + std::sqrt(f[3]);
+    const double LS = L * S;
+    return LS > 0.0 ? clamp_quality(4.898979485566356 * det3(a, b, c) / LS) : 0.0;
+}
+
+/// The eleven even orderings of (0, 1, 2, 3) other than the identity, k = 1..11: rotate the four
+/// left by k / 3, then the last three left by k % 3, and swap the second and third when k / 3 is
+/// odd.
+struct tetra_orderings
+{
+    unsigned order[11][4];
+    constexpr tetra_orderings() : order{}
+    {
+        for (unsigned k = 1; k < 12; ++k)
+        {
+            const unsigned r = k / 3, s = k % 3;
+            unsigned v[4] = {}, w[4] = {};
+            for (unsigned i = 0; i < 4; ++i)
+                v[i] = (i + r) & 3;
+            w[0] = v[0];
+            for (unsigned i = 0; i < 3; ++i)
+                w[1 + i] = v[1 + (i + s) % 3];
+            if (r & 1)
+            {
+                const unsigned t = w[1];
+                w[1] = w[2];
+                w[2] = t;
+            }
+            for (unsigned i = 0; i < 4; ++i)
+                order[k - 1][i] = w[i];
+        }
+    }
+};
+inline constexpr tetra_orderings tetra_even_orderings{};
+
+/// Tetrahedron quality, positive when det(P0-P3, P1-P3, P2-P3) > 0. A doubtful value (suspect,
+/// or between q_degenerate and q_doubtful) is recomputed over the eleven other even orderings of
+/// the nodes, keeping the smallest and stopping once it is at most q_degenerate.
+inline double tetra_quality(const double* p0, const double* p1, const double* p2,
+                            const double* p3) noexcept
+{
+    bool suspect = false;
+    double q = tetra_quality_once(p0, p1, p2, p3, suspect);
+    if ((!suspect && q >= q_doubtful) || q <= q_degenerate) return q;
+    const double* P[4] = {p0, p1, p2, p3};
+    for (const auto& o : tetra_even_orderings.order)
+    {
+        bool ignored = false;
+        q = std::min(q, tetra_quality_once(P[o[0]], P[o[1]], P[o[2]], P[o[3]], ignored));
+        if (q <= q_degenerate) break;
+    }
+    return q;
+}
+
+/// The corner geometry of a quadrangle P[0..3]: edges e[k] = P[k+1] - P[k], corner normals
+/// n[k] = e[k-1] x e[k] (the normal of triangle (k-1, k, k+1)) and their squared lengths l2[k].
+struct quad_corners
+{
+    double e[4][3], n[4][3], l2[4];
+
+    explicit quad_corners(const double* const P[4]) noexcept
+    {
+        for (unsigned k = 0; k < 4; ++k)
+            sub3(P[(k + 1) & 3], P[k], e[k]);
+        for (unsigned k = 0; k < 4; ++k)
+        {
+            cross3(e[(k + 3) & 3], e[k], n[k]);
+            l2[k] = dot3(n[k], n[k]);
+        }
+    }
+};
+
+/// The two parts of the value of a pyramid with base Q (corner geometry of P[0..3]) and apex X,
+/// given the base nodes relative to the apex, A[i] = P[i] - X, and their squared lengths S[i]:
+/// V, the smallest of the four volumes (x6) that the base diagonals cut off with the apex, and
+/// E = 2 (squared base edges) + (squared apex edges). The volume of the tetrahedron of apex X on
+/// triangle (k-1, k, k+1) is n[k] . (X - P[k]) = -n[k] . A[k].
+inline void pyram_parts(const quad_corners& Q, const double* const A[4], const double* S, double& V,
+                        double& E) noexcept
+{
+    V = -dot3(Q.n[0], A[0]);
+    V = std::min(V, -dot3(Q.n[2], A[2]));
+    V = std::min(V, -dot3(Q.n[3], A[3]));
+    V = std::min(V, -dot3(Q.n[1], A[1]));
+    double base = 0.0, side = 0.0;
+    for (unsigned k = 0; k < 4; ++k)
+    {
+        base += dot3(Q.e[k], Q.e[k]);
+        side += S[k];
+    }
+    E = 2.0 * base + side;
+}
+
+/// Pyramid value from its parts: 24 sqrt(6) V / E^(3/2), clamped, 0 when E is not > 0.
+inline double pyram_value(double V, double E) noexcept
+{
+    return E > 0.0 ? clamp_quality(58.78775382679627 * V / (E * std::sqrt(E))) : 0.0;
+}
+
+/// The pyramid parts of P[0..3] with apex P[4], from scratch.
+inline void pyram_parts(const double* const P[5], const quad_corners& Q, double& V,
+                        double& E) noexcept
+{
+    double a[4][3], S[4];
+    for (unsigned i = 0; i < 4; ++i)
+    {
+        sub3(P[i], P[4], a[i]);
+        S[i] = dot3(a[i], a[i]);
+    }
+    const double* A[4] = {a[0], a[1], a[2], a[3]};
+    pyram_parts(Q, A, S, V, E);
+}
+
+/// Pyramid value before any correction: positive when the base turns counter-clockwise seen
+/// from the apex, 1 for the pyramid with equal edges.
+inline double pyram_value(const double* const P[5]) noexcept
+{
+    const quad_corners Q(P);
+    double V, E;
+    pyram_parts(P, Q, V, E);
+    return pyram_value(V, E);
+}
+
+/// True when the pyramid value of the parts V, E is surely above 2 q_pyram_doubtful, told
+/// without a root or a division: (K V)^2 > (2 q_pyram_doubtful)^2 E^3 with E kept in a range
+/// where E^3 is a normal double. The factor 2 leaves a wide margin over round-off, so that a
+/// true answer never contradicts pyram_value.
+inline bool pyram_surely_fine(double V, double E) noexcept
+{
+    const double KV = 58.78775382679627 * V;
+    return V > 0.0 && E >= 1e-90 && E <= 1e90 && KV * KV > 6.912e-21 * (E * E * E);
+}
+
+/// Smallest tetrahedron quality of (P[i], P[i+2], P[i+1], apex), i = 0..3 (base indices mod 4),
+/// stopping once it is at most q_degenerate.
+inline double pyram_subtetra_min(const double* const P[5]) noexcept
+{
+    double t = tetra_quality(P[0], P[2], P[1], P[4]);
+    for (unsigned i = 1; i < 4 && t > q_degenerate; ++i)
+        t = std::min(t, tetra_quality(P[i], P[(i + 2) & 3], P[(i + 1) & 3], P[4]));
+    return t;
+}
+
+/// c |c| for the cosine c between vectors a and b of squared lengths la, lb > 0: monotone in c,
+/// and free of roots while la lb is a normal double.
+inline double signed_square_cosine(const double* a, const double* b, double la, double lb) noexcept
+{
+    const double d = dot3(a, b), p = la * lb;
+    if (p >= DBL_MIN && p <= DBL_MAX) return d * std::fabs(d) / p;
+    const double c = d / (std::sqrt(la) * std::sqrt(lb));
+    return c * std::fabs(c);
+}
+
+/// The cosine whose signed square is r.
+inline double cosine_of_signed_square(double r) noexcept
+{
+    return r >= 0.0 ? std::sqrt(r) : -std::sqrt(-r);
+}
+
+/// Warp measure of a quadrangle in space: c |c|, c the larger of the cosines between the
+/// normals of the two triangles of each diagonal split, clamped to [-1, 1]. The triangles of the
+/// split along 0-2 have the corner normals at nodes 1 and 3, those of the split along 1-3 the
+/// corner normals at 2 and 0. `flat` is set (and 0 returned) when one of the four normals has
+/// zero length (no tolerance).
+inline double quad_warp_measure(const quad_corners& Q, bool& flat) noexcept
+{
+    flat = !(Q.l2[0] > 0.0) || !(Q.l2[1] > 0.0) || !(Q.l2[2] > 0.0) || !(Q.l2[3] > 0.0);
+    if (flat) return 0.0;
+    const double r = std::max(signed_square_cosine(Q.n[1], Q.n[3], Q.l2[1], Q.l2[3]),
+                              signed_square_cosine(Q.n[0], Q.n[2], Q.l2[0], Q.l2[2]));
+    return clamp_quality(r);
+}
+
+/// Warp factor of a warp measure r = c |c|: max(0, asin(c) / pi + 0.5), growing with c from 0
+/// (c = -1) through 0.5 (c = 0) to 1 (a planar convex quadrangle, c = 1).
+inline double warp_factor(double r) noexcept
+{
+    return std::max(0.0, std::asin(cosine_of_signed_square(r)) * 0.3183098861837907 + 0.5);
+}
+
+/// Pyramid quality (base P[0..3], apex P[4]). A value in (q_degenerate, q_pyram_doubtful) is
+/// checked on the four sub-tetrahedra, whose minimum wins when degenerate; in space the value is
+/// then multiplied by the warp factor of the base (0 when a base corner normal vanishes).
+inline double pyram_quality(const double* const P[5], bool spatial) noexcept
+{
+    const quad_corners Q(P);
+    double V, E;
+    pyram_parts(P, Q, V, E);
+    const double q = pyram_value(V, E);
+    if (q <= q_degenerate) return q;
+    if (q < q_pyram_doubtful)
+    {
+        const double t = pyram_subtetra_min(P);
+        if (t < q_degenerate) return t;
+    }
+    if (!spatial) return q;
+    bool flat;
+    const double r = quad_warp_measure(Q, flat);
+    return flat ? 0.0 : q * warp_factor(r);
+}
+
+/// Face check of a prism or hexahedron P[0..n) with q > q_degenerate, against its centroid C,
+/// given A[i] = P[i] - C and S[i] = |A[i]|^2. Each face (in table order, until the smallest face
+/// value is at most q_degenerate) forms with C a tetrahedron (a triangle, whose quality is negated
+/// since the faces turn inwards) or a pyramid (a quadrangle, valued as a pyramid times its base
+/// warp factor, or with warp 0 when degenerate). q is multiplied by the smallest warp factor, and
+/// replaced by the smallest face value when that is degenerate.
+/// A face with warp measure r >= 0 and pyramid value qf > 2 q_degenerate (and not below
+/// q_pyram_doubtful) has a warp factor of at least 0.5 and a face value above q_degenerate: its
+/// exact value cannot change the result, and since the factor grows with r, the smallest factor
+/// of such faces is taken once from their smallest r. In the common case (pyram_surely_fine) qf
+/// itself is not even computed. This spares an asin, a root and a division per face.
+inline double face_check(double q, const double* const* P, const double* const* A, const double* S,
+                         const local_boundaries& faces, const double* C, bool spatial) noexcept
+{
+    double min_face = 1.0, min_warp = 1.0, min_r = 2.0;
+    for (unsigned f = 0; f < faces.count && min_face > q_degenerate; ++f)
+    {
+        const unsigned* v = faces.nodes[f];
+        if (faces.size[f] == 3)
+        {
+            min_face = std::min(min_face, -tetra_quality(P[v[0]], P[v[1]], P[v[2]], C));
+            continue;
+        }
+        const double* B[5] = {P[v[0]], P[v[1]], P[v[2]], P[v[3]], C};
+        const double* BA[4] = {A[v[0]], A[v[1]], A[v[2]], A[v[3]]};
+        const double BS[4] = {S[v[0]], S[v[1]], S[v[2]], S[v[3]]};
+        const quad_corners Q(B);
+        double V, E;
+        pyram_parts(Q, BA, BS, V, E);
+        bool flat = true;
+        double r = 0.0;
+        if (spatial) r = quad_warp_measure(Q, flat);
+        if (spatial && !flat && r >= 0.0 && pyram_surely_fine(V, E))
+        {
+            min_r = std::min(min_r, r); // the common case
+            continue;
+        }
+        const double qf = pyram_value(V, E);
+        double value, t, warp = 0.0;
+        if (qf <= q_degenerate)
+            value = qf;
+        else if (qf < q_pyram_doubtful && (t = pyram_subtetra_min(B)) < q_degenerate)
+            value = t;
+        else if (!spatial)
+            value = qf, warp = 1.0;
+        else if (!flat && r >= 0.0 && 0.5 * qf > q_degenerate)
+        {
+            min_r = std::min(min_r, r);
+            value = 0.5 * qf; // a lower bound above q_degenerate
+            warp = 1.0;       // accounted for through min_r
+        }
+        else
+        {
+            warp = flat ? 0.0 : warp_factor(r);
+            value = qf * warp;
+        }
+        min_face = std::min(min_face, value);
+        min_warp = std::min(min_warp, warp);
+    }
+    if (min_r <= 1.0) min_warp = std::min(min_warp, warp_factor(min_r));
+    q *= min_warp;
+    return min_face < q_degenerate ? min_face : q;
+}
+
+/// Quality of an N-gon extruded into a solid (prism N = 3, hexahedron N = 4; bottom P[0..N),
+/// top P[N..2N), P[i+N] above P[i]): K V / E^(3/2), V the smallest corner triple product
+/// det(P[a] - P[i], P[b] - P[i], P[c] - P[i]) with (a, b, c) = corner[i], E the sum of the
+/// squared edges (bottom, top, vertical), clamped; then the face check against the centroid.
+template <unsigned N>
+inline double extruded_quality(const double* const P[2 * N], const unsigned (*corner)[3], double K,
+                               const local_boundaries& faces, bool spatial) noexcept
+{
+    double V = DBL_MAX;
+    for (unsigned i = 0; i < 2 * N; ++i)
+    {
+        double a[3], b[3], c[3];
+        sub3(P[corner[i][0]], P[i], a);
+        sub3(P[corner[i][1]], P[i], b);
+        sub3(P[corner[i][2]], P[i], c);
+        V = std::min(V, det3(a, b, c));
+    }
+    double E = 0.0;
+    for (unsigned i = 0; i < N; ++i)
+        E += dist2_3(P[(i + 1) % N], P[i]) + dist2_3(P[N + (i + 1) % N], P[N + i]) +
+             dist2_3(P[i + N], P[i]);
+    const double E32 = E * std::sqrt(E);
+    double q = E32 > 0.0 ? clamp_quality(K * V / E32) : 0.0;
+    if (q > q_degenerate)
+    {
+        double C[3] = {0, 0, 0};
+        for (unsigned i = 0; i < 2 * N; ++i)
+            for (unsigned k = 0; k < 3; ++k)
+                C[k] += P[i][k];
+        for (double& c : C)
+            c /= 2 * N;
+        double a[2 * N][3], S[2 * N];
+        const double* A[2 * N];
+        for (unsigned i = 0; i < 2 * N; ++i)
+        {
+            sub3(P[i], C, a[i]);
+            S[i] = dot3(a[i], a[i]);
+            A[i] = a[i];
+        }
+        q = face_check(q, P, A, S, faces, C, spatial);
+    }
+    return q;
+}
+
+/// Prism quality (bottom P[0..2], top P[3..5], P[i+3] above P[i]): 18 sqrt(3) V / E^(3/2) and
+/// the face check (two triangles, then three quadrangles).
+inline double penta_quality(const double* const P[6], bool spatial) noexcept
+{
+    // Bottom corner i: next, previous, above; top corner: previous, next, below.
+    static constexpr unsigned corner[6][3] = {{1, 2, 3}, {2, 0, 4}, {0, 1, 5},
+                                              {5, 4, 0}, {3, 5, 1}, {4, 3, 2}};
+    return extruded_quality<3>(P, corner, 31.17691453623979, penta_boundaries, spatial);
+}
+
+/// Corners of the hexahedron: corner i with its three neighbours (a, b, c), det(P[a] - P[i],
+/// P[b] - P[i], P[c] - P[i]) > 0 for a valid element.
+inline constexpr unsigned hexa_corners[8][3] = {{1, 3, 4}, {2, 0, 5}, {3, 1, 6}, {0, 2, 7},
+                                                {7, 5, 0}, {4, 6, 1}, {5, 7, 2}, {6, 4, 3}};
+
+/// Where the face check of a hexahedron finds its face corner normals. At hexahedron corner i,
+/// with edge vectors u[m] = P[hexa_corners[i][m]] - P[i], the three cross products are
+/// X[0] = u[1] x u[2], X[1] = u[2] x u[0], X[2] = u[0] x u[1]. The corner normal of face f at its
+/// node k, e[k-1] x e[k] = u[next] x u[prev], is sign x X[m] at corner node; next is the edge to
+/// the face's following node.
+struct hexa_face_map
+{
+    unsigned node[6][4], m[6][4], next[6][4];
+    double sign[6][4];
+    constexpr hexa_face_map() : node{}, m{}, next{}, sign{}
+    {
+        for (unsigned f = 0; f < 6; ++f)
+            for (unsigned k = 0; k < 4; ++k)
+            {
+                const unsigned i = hexa_boundaries.nodes[f][k];
+                const unsigned nx = hexa_boundaries.nodes[f][(k + 1) & 3];
+                const unsigned pv = hexa_boundaries.nodes[f][(k + 3) & 3];
+                unsigned p = 0, q = 0;
+                for (unsigned j = 0; j < 3; ++j)
+                {
+                    if (hexa_corners[i][j] == nx) p = j;
+                    if (hexa_corners[i][j] == pv) q = j;
+                }
+                node[f][k] = i;
+                m[f][k] = 3 - p - q;
+                next[f][k] = p;
+                sign[f][k] = q == (p + 1) % 3 ? 1.0 : -1.0;
+            }
+    }
+};
+inline constexpr hexa_face_map hexa_faces{};
+
+/// The face terms of hexa_quality_common for faces F to 5 (the face tables read as constants):
+/// volume V, pyramid E, smallest squared corner normal L, the range of the cosine denominators
+/// and the warp measure R.
+template <unsigned F>
+inline void hexa_face_terms(const double (&X)[3][3][8], const double (&L2)[3][8],
+                            const double (&D)[3][8], const double (&N2)[3][8], const double (&S)[8],
+                            double* Vf, double* Ef, double* Lf, double* Pmin, double* Pmax,
+                            double* R) noexcept
+{
+    if constexpr (F < 6)
+    {
+        constexpr unsigned n0 = hexa_faces.node[F][0], n1 = hexa_faces.node[F][1],
+                           n2 = hexa_faces.node[F][2], n3 = hexa_faces.node[F][3];
+        constexpr unsigned m0 = hexa_faces.m[F][0], m1 = hexa_faces.m[F][1],
+                           m2 = hexa_faces.m[F][2], m3 = hexa_faces.m[F][3];
+        constexpr double s0 = hexa_faces.sign[F][0], s1 = hexa_faces.sign[F][1],
+                         s2 = hexa_faces.sign[F][2], s3 = hexa_faces.sign[F][3];
+        const double l2[4] = {L2[m0][n0], L2[m1][n1], L2[m2][n2], L2[m3][n3]};
+        double base = 0.0, side = 0.0;
+        base += N2[hexa_faces.next[F][0]][n0];
+        side += S[n0];
+        base += N2[hexa_faces.next[F][1]][n1];
+        side += S[n1];
+        base += N2[hexa_faces.next[F][2]][n2];
+        side += S[n2];
+        base += N2[hexa_faces.next[F][3]][n3];
+        side += S[n3];
+        double v = -(s0 * D[m0][n0]);
+        v = std::min(v, -(s2 * D[m2][n2]));
+        v = std::min(v, -(s3 * D[m3][n3]));
+        v = std::min(v, -(s1 * D[m1][n1]));
+        Vf[F] = v;
+        Ef[F] = 2.0 * base + side;
+        Lf[F] = std::min(std::min(l2[0], l2[1]), std::min(l2[2], l2[3]));
+        // Cosine parts between the corner normals at nodes 1 and 3, and at 0 and 2.
+        const double d13 = s1 * s3 *
+                           (X[m1][0][n1] * X[m3][0][n3] + X[m1][1][n1] * X[m3][1][n3] +
+                            X[m1][2][n1] * X[m3][2][n3]);
+        const double d02 = s0 * s2 *
+                           (X[m0][0][n0] * X[m2][0][n2] + X[m0][1][n0] * X[m2][1][n2] +
+                            X[m0][2][n0] * X[m2][2][n2]);
+        const double p13 = l2[1] * l2[3], p02 = l2[0] * l2[2];
+        Pmin[F] = std::min(p13, p02);
+        Pmax[F] = std::max(p13, p02);
+        R[F] = clamp_quality(std::max(d13 * std::fabs(d13) / p13, d02 * std::fabs(d02) / p02));
+        hexa_face_terms<F + 1>(X, L2, D, N2, S, Vf, Ef, Lf, Pmin, Pmax, R);
+    }
+}
+
+/// Hexahedron quality in space computed corner-parallel in flat arrays (which the compiler
+/// vectorises): the eight corners give the three edge vectors, their cross products (the
+/// corner triple product and the corner normals of the three faces there), and the dot products
+/// the face check needs. Every value is the one the general path computes, operation for
+/// operation (a swapped cross product is an exact negation), so when every face is in the
+/// common case of face_check the result is the general path's; false otherwise (q untouched),
+/// and the caller takes the general path.
+inline bool hexa_quality_common(const double* const P[8], double& q_out) noexcept
+{
+    double px[8], py[8], pz[8];
+    for (unsigned i = 0; i < 8; ++i)
+        px[i] = P[i][0], py[i] = P[i][1], pz[i] = P[i][2];
+    double C[3] = {0, 0, 0};
+    for (unsigned i = 0; i < 8; ++i)
+        C[0] += px[i], C[1] += py[i], C[2] += pz[i];
+    for (double& c : C)
+        c /= 8;
+    // Edge vectors u[m] of every corner, gathered first so that the loop over corners is plain.
+    double ux[3][8], uy[3][8], uz[3][8];
+    for (unsigned m = 0; m < 3; ++m)
+        for (unsigned i = 0; i < 8; ++i)
+        {
+            const unsigned j = hexa_corners[i][m];
+            ux[m][i] = px[j], uy[m][i] = py[j], uz[m][i] = pz[j];
+        }
+    double det[8], S[8], L2[3][8], D[3][8], N2[3][8], X[3][3][8];
+    for (unsigned i = 0; i < 8; ++i)
+    {
+        double vx[3], vy[3], vz[3];
+        for (unsigned m = 0; m < 3; ++m)
+        {
+            vx[m] = ux[m][i] - px[i], vy[m] = uy[m][i] - py[i], vz[m] = uz[m][i] - pz[i];
+            N2[m][i] = vx[m] * vx[m] + vy[m] * vy[m] + vz[m] * vz[m];
+        }
+        const double ax = px[i] - C[0], ay = py[i] - C[1], az = pz[i] - C[2];
+        S[i] = ax * ax + ay * ay + az * az;
+        for (unsigned m = 0; m < 3; ++m)
+        {
+            const unsigned b = (m + 1) % 3, c = (m + 2) % 3;
+            const double x = vy[b] * vz[c] - vz[b] * vy[c];
+            const double y = vz[b] * vx[c] - vx[b] * vz[c];
+            const double z = vx[b] * vy[c] - vy[b] * vx[c];
+            X[m][0][i] = x, X[m][1][i] = y, X[m][2][i] = z;
+            L2[m][i] = x * x + y * y + z * z;
+            D[m][i] = x * ax + y * ay + z * az;
+        }
+        det[i] = vx[0] * X[0][0][i] + vy[0] * X[0][1][i] + vz[0] * X[0][2][i];
+    }
+    // The element value, as extruded_quality computes it.
+    double V = DBL_MAX;
+    for (unsigned i = 0; i < 8; ++i)
+        V = std::min(V, det[i]);
+    double E = 0.0;
+    for (unsigned i = 0; i < 4; ++i)
+        E += N2[0][i] + N2[1][4 + i] + N2[2][i];
+    const double E32 = E * std::sqrt(E);
+    const double q = E32 > 0.0 ? clamp_quality(41.569219381653056 * V / E32) : 0.0;
+    if (!(q > q_degenerate))
+    {
+        q_out = q;
+        return true;
+    }
+    // The faces, first without a branch (face indices as constants), then tested: all in the
+    // common case, or the general path decides.
+    double Vf[6], Ef[6], Lf[6], Pmin[6], Pmax[6], R[6];
+    hexa_face_terms<0>(X, L2, D, N2, S, Vf, Ef, Lf, Pmin, Pmax, R);
+    double min_r = 2.0;
+    for (unsigned f = 0; f < 6; ++f)
+    {
+        if (!(Lf[f] > 0.0) || !(Pmin[f] >= DBL_MIN) || !(Pmax[f] <= DBL_MAX) || !(R[f] >= 0.0) ||
+            !pyram_surely_fine(Vf[f], Ef[f]))
+            return false;
+        min_r = std::min(min_r, R[f]);
+    }
+    q_out = q * std::min(1.0, warp_factor(min_r));
+    return true;
+}
+
+/// Hexahedron quality (bottom P[0..3], top P[4..7]): 24 sqrt(3) V / E^(3/2) and the face check
+/// over the six faces; in space the common case takes the corner-parallel path.
+inline double hexa_quality(const double* const P[8], bool spatial) noexcept
+{
+    double q;
+    if (spatial && hexa_quality_common(P, q)) return q;
+    return extruded_quality<4>(P, hexa_corners, 41.569219381653056, hexa_boundaries, spatial);
 }
 
 } // namespace qx7::meshutil::detail

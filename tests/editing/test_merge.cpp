@@ -300,3 +300,51 @@ TEST(merge, edge_collapse_modes_give_resolved_maps)
     EXPECT_EQ(merge(pos, same, 0.0, 1), 0);
     EXPECT_EQ(merge(pos, edges, 0.0, 0), 2);
 }
+
+TEST(merge, grid_and_hash_paths_agree_with_the_tree_on_larger_sets)
+{
+    // Pairs at distances around tol (jitter of a few ulps to 2 tol), signed zeros, copies, and
+    // nodes of B outside the box of A or with infinite coordinates.
+    std::mt19937 gen(17);
+    for (unsigned trial = 0; trial < 12; ++trial)
+    {
+        const unsigned rows = 2 + trial % 2, n = 6000;
+        const double tol = trial % 4 == 0 ? 0.0 : 1e-3;
+        dense2D<double> pos(rows, n);
+        for (unsigned j = 0; j < n; ++j)
+            for (unsigned i = 0, src = j > 1 ? gen() % j : 0; i < rows; ++i)
+            {
+                if (j % 2 && j > 1)
+                {
+                    const double shift = std::vector<double>{
+                        0.0, tol, -tol, 0.5 * tol, 2 * tol, std::nextafter(tol, 1.0)}[gen() % 6];
+                    pos(i, j) = pos(i, src) + (gen() % rows == i ? shift : 0.0);
+                }
+                else
+                    pos(i, j) = double(gen() % 1000) * 1e-3 - 0.5;
+                if (gen() % 50 == 0) pos(i, j) = gen() % 2 ? 0.0 : -0.0;
+            }
+        pos(0, n - 1) = INFINITY;
+        pos(1, n - 2) = 1e6;
+        std::vector<unsigned> a, b;
+        for (unsigned j = 0; j < n - 2; ++j)
+            a.push_back(gen() % (n - 2));
+        for (unsigned j = 0; j < n; ++j)
+            b.push_back(gen() % n);
+        const dense1D<unsigned> A = make(distinct(a)), B = make(distinct(b));
+        for (bool same : {true, false})
+        {
+            const dense1D<unsigned>& BB = same ? A : B;
+            dense1D<unsigned> tree, other;
+            const int count = meshutil::detail::merge_nodes(pos, A, BB, tree, tol,
+                                                            meshutil::detail::merge_search::tree);
+            ASSERT_GT(count, 0);
+            for (auto how :
+                 {meshutil::detail::merge_search::grid, meshutil::detail::merge_search::automatic})
+            {
+                ASSERT_EQ(meshutil::detail::merge_nodes(pos, A, BB, other, tol, how), count);
+                ASSERT_EQ(as_vector(other), as_vector(tree));
+            }
+        }
+    }
+}

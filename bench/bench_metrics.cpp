@@ -1,0 +1,157 @@
+// Benchmarks of the metric family on a structured tetrahedral mesh of the unit cube.
+#include <benchmark/benchmark.h>
+#include <cfloat>
+#include <cmath>
+#include <cstdint>
+#include <meshutil/metrics.h>
+
+using namespace qx7;
+using namespace qx7::meshutil;
+
+namespace
+{
+
+/// splitmix64 mapped to [0, 1) by hand (fixed seed, independent of the standard library).
+struct rng
+{
+    std::uint64_t state;
+    std::uint64_t next()
+    {
+        std::uint64_t z = (state += 0x9e3779b97f4a7c15ull);
+        z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
+        z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
+        return z ^ (z >> 31);
+    }
+    double uniform() { return double(next() >> 11) * (1.0 / 9007199254740992.0); }
+};
+
+/// n x n x n nodes on the unit cube, every cell split into 6 tetrahedra around its main diagonal.
+void cube_mesh(unsigned n, dense2D<double>& pos, dense2D<unsigned>& connectM)
+{
+    const unsigned c = n - 1;
+    pos.resize(3, std::size_t(n) * n * n);
+    connectM.resize(4, std::size_t(6) * c * c * c);
+    const double h = 1.0 / c;
+    for (unsigned k = 0; k < n; ++k)
+        for (unsigned j = 0; j < n; ++j)
+            for (unsigned i = 0; i < n; ++i)
+            {
+                double* p = pos.col(i + n * (j + std::size_t(n) * k));
+                p[0] = i * h;
+                p[1] = j * h;
+                p[2] = k * h;
+            }
+    const unsigned step[3] = {1, n, n * n};
+    const unsigned perms[6][3] = {{0, 1, 2}, {0, 2, 1}, {1, 0, 2}, {1, 2, 0}, {2, 0, 1}, {2, 1, 0}};
+    std::size_t e = 0;
+    for (unsigned k = 0; k < c; ++k)
+        for (unsigned j = 0; j < c; ++j)
+            for (unsigned i = 0; i < c; ++i)
+            {
+                const unsigned v0 = i + n * (j + n * k);
+                for (const auto& p : perms)
+                {
+                    unsigned* t = connectM.col(e++);
+                    t[0] = v0;
+                    t[1] = v0 + step[p[0]];
+                    t[2] = t[1] + step[p[1]];
+                    t[3] = t[2] + step[p[2]];
+                }
+            }
+}
+
+/// Node count per side for about `nodes` nodes.
+unsigned side_for(std::int64_t nodes)
+{
+    return unsigned(std::lround(std::cbrt(double(nodes))));
+}
+
+/// n random valid 3-D metrics with sizes log-uniform in [hmin, hmax] along random axes.
+void random_metrics(std::size_t n, double hmin, double hmax, std::uint64_t seed, dense2D<double>& M)
+{
+    rng r{seed};
+    M.resize(6, n);
+    const double la = std::log(hmin), lb = std::log(hmax);
+    for (std::size_t j = 0; j < n; ++j)
+    {
+        // Random rotation from a unit quaternion, sizes along its axes.
+        double q[4], s = 0.0;
+        for (double& x : q)
+        {
+            x = 2.0 * r.uniform() - 1.0;
+            s += x * x;
+        }
+        s = std::sqrt(s);
+        const double w = q[0] / s, x = q[1] / s, y = q[2] / s, z = q[3] / s;
+        const double R[9] = {
+            1 - 2 * (y * y + z * z), 2 * (x * y + w * z),     2 * (x * z - w * y),
+            2 * (x * y - w * z),     1 - 2 * (x * x + z * z), 2 * (y * z + w * x),
+            2 * (x * z + w * y),     2 * (y * z - w * x),     1 - 2 * (x * x + y * y)};
+        double l[3];
+        for (double& v : l)
+        {
+            const double hh = std::exp(la + (lb - la) * r.uniform());
+            v = 1.0 / (hh * hh);
+        }
+        double* m = M.col(j);
+        const int idx[6][2] = {{0, 0}, {0, 1}, {1, 1}, {0, 2}, {1, 2}, {2, 2}};
+        for (int t = 0; t < 6; ++t)
+        {
+            double v = 0.0;
+            for (int k = 0; k < 3; ++k)
+                v += l[k] * R[idx[t][0] + 3 * k] * R[idx[t][1] + 3 * k];
+            m[t] = v;
+        }
+    }
+}
+
+void BM_metrics_gen_iso(benchmark::State& state)
+{
+    dense2D<double> pos;
+    dense2D<unsigned> connectM;
+    cube_mesh(side_for(state.range(0)), pos, connectM);
+    dense1D<double> sizes;
+    for (auto _ : state)
+    {
+        int code = metrics_gen_iso(pos, connectM, EL_TETRA4, sizes, 1.0);
+        benchmark::DoNotOptimize(code);
+    }
+    state.SetItemsProcessed(state.iterations() * std::int64_t(pos.cols()));
+    state.counters["elements"] = double(connectM.cols());
+}
+BENCHMARK(BM_metrics_gen_iso)->Arg(1000000)->Unit(benchmark::kMillisecond);
+
+void BM_bound_metrics_3d(benchmark::State& state)
+{
+    dense2D<double> M0, M;
+    random_metrics(std::size_t(state.range(0)), 0.001, 1.0, 1, M0);
+    int changed = 0;
+    for (auto _ : state)
+    {
+        state.PauseTiming();
+        M.copy(M0);
+        state.ResumeTiming();
+        changed = bound_metrics(M, 0.01, 0.5);
+        benchmark::DoNotOptimize(changed);
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+    state.counters["changed"] = changed;
+}
+BENCHMARK(BM_bound_metrics_3d)->Arg(1000000)->Unit(benchmark::kMillisecond);
+
+void BM_are_valid_metrics_3d(benchmark::State& state)
+{
+    dense2D<double> M;
+    random_metrics(std::size_t(state.range(0)), 0.001, 1.0, 2, M);
+    for (auto _ : state)
+    {
+        bool ok = are_valid_metrics(M);
+        benchmark::DoNotOptimize(ok);
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(BM_are_valid_metrics_3d)->Arg(1000000)->Unit(benchmark::kMillisecond);
+
+} // namespace
+
+BENCHMARK_MAIN();
