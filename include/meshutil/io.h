@@ -226,7 +226,9 @@ MESHUTIL_API int vtk_output(const char* filename, const dense2D<double>& pos,
 /// exactly (merge with tolerance 0 on blocks of 100000 triangles), then with the tolerance
 /// 0.05 sqrt(h2) over the whole connectivity, degenerated triangles are removed
 /// (remove_degenerated, strict) and unused nodes dropped (simplify): the triangles that remain
-/// keep the file's order and each node keeps the position of the first corner merged into it.
+/// keep the file's order; the nodes are the surviving corners in file order, each with its own
+/// coordinates (a corner is merged into the earliest corner within the tolerance, chains
+/// resolved). A successful read always gives 3-row outputs, 3 x 0 for a file without triangles.
 /// The storage of the outputs is reused; `pos` may keep capacity for the unmerged corners.
 /// @param[in]  filename  path of the file.
 /// @param[out] pos       3 x nbr_nodes coordinates; emptied first, empty on failure.
