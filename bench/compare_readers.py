@@ -18,6 +18,9 @@ and FEMAP_output (125k-node cube), meshio 5.0.0:
     medit        220.1    5821794       0.518       2.950      5.7x
     obj           99.0    1996002       0.247       9.438     38.2x
     femap        115.7     705894       0.329           -         -
+
+After the identifier tables were skipped for identifiers 1 .. n in order, read_nastran took
+2.149 CPU s (23x meshio's figure above).
 """
 import glob
 import json

@@ -27,10 +27,13 @@ inline std::string data_path(const std::string& name)
     return std::string(MESHUTIL_TEST_DATA_DIR) + "/readers/" + name;
 }
 
-/// Writes text to the output file `name`; returns its path.
+/// Writes text to the output file `name`, prefixed with the running test's suite and name so
+/// that tests run in parallel never share a file; returns its path.
 inline std::string write_file(const std::string& name, const std::string& text)
 {
-    std::string path = out_path(name);
+    const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
+    std::string path =
+        out_path(std::string(info->test_suite_name()) + "." + info->name() + "." + name);
     std::ofstream(path, std::ios::binary) << text;
     return path;
 }
