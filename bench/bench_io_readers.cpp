@@ -80,36 +80,6 @@ double file_mb(const std::string& path)
     return stat(path.c_str(), &st) == 0 ? double(st.st_size) / 1e6 : 0.0;
 }
 
-/// The medit file as medit_output writes it ("%E " coordinates, reference 0).
-void write_medit(const std::string& path, const dense2D<double>& pos, const dense2D<unsigned>& T)
-{
-    std::FILE* f = std::fopen(path.c_str(), "w");
-    std::fprintf(f, "MeshVersionFormatted 1\nDimension 3\n# benchmark mesh\n\nVertices\n%zu\n",
-                 pos.cols());
-    for (std::size_t j = 0; j < pos.cols(); ++j)
-        std::fprintf(f, "%E %E %E 0 \n", pos(0, j), pos(1, j), pos(2, j));
-    std::fprintf(f, "\nTetrahedra\n%zu\n", T.cols());
-    for (std::size_t j = 0; j < T.cols(); ++j)
-        std::fprintf(f, "%u %u %u %u 0 \n", T(0, j) + 1, T(1, j) + 1, T(2, j) + 1, T(3, j) + 1);
-    std::fprintf(f, "\nEnd\n");
-    std::fclose(f);
-}
-
-/// The deck as NASTRAN_output writes it (GRID* pairs, free-field CTETRA cards).
-void write_nastran(const std::string& path, const dense2D<double>& pos, const dense2D<unsigned>& T)
-{
-    std::FILE* f = std::fopen(path.c_str(), "w");
-    std::fprintf(f, "$ benchmark deck\nBEGIN BULK\nMAT1    1       0.                 0.  0.\n");
-    for (std::size_t j = 0; j < pos.cols(); ++j)
-        std::fprintf(f, "GRID*   %16d                %16E%16E*C\n*C      %16E\n", int(j + 1),
-                     pos(0, j), pos(1, j), pos(2, j));
-    for (std::size_t j = 0; j < T.cols(); ++j)
-        std::fprintf(f, "CTETRA,%d,1,%u,%u,%u,%u\n", int(j + 1), T(0, j) + 1, T(2, j) + 1,
-                     T(1, j) + 1, T(3, j) + 1);
-    std::fprintf(f, "ENDDATA\n");
-    std::fclose(f);
-}
-
 std::string prepare(const char* format)
 {
     const std::string dir = bench_dir();
@@ -122,7 +92,10 @@ std::string prepare(const char* format)
     if (fmt == "mesh" || fmt == "nas")
     {
         make_cube(n, pos, T);
-        (fmt == "mesh" ? write_medit : write_nastran)(name, pos, T);
+        if (fmt == "mesh")
+            medit_output(name.c_str(), pos, T, EL_TETRA4);
+        else
+            NASTRAN_output(name.c_str(), pos, T, EL_TETRA4);
     }
     else if (fmt == "neu")
     {

@@ -6,7 +6,18 @@ usage: compare_readers.py <path to bench_io_readers> [meshio repetitions, defaul
 The benchmark program writes the files (into $MESHUTIL_BENCH_DIR, default
 /tmp/meshutil_bench_readers; cube side $MESHUTIL_BENCH_N, default 100 = 1M nodes) and times
 our readers; this script then times meshio.read on the very same files and prints one table.
-meshio has no FEMAP neutral reader: that row shows ours only.
+meshio has no FEMAP neutral reader: that row shows ours only. Times are CPU seconds per read
+(the development machines are shared 2-core VMs whose wall times depend on other work).
+
+Figures, 2-core development VM (load about 12), n = 100 (1M nodes, 5.8M tetrahedra), files
+written by medit_output, NASTRAN_output, WavefrontOBJ_output (1M-node triangulated square)
+and FEMAP_output (125k-node cube), meshio 5.0.0:
+
+    format     file MB   elements  ours CPU s meshio CPU s  speed-up
+    nastran      358.5    5821794       2.500      49.281     19.7x
+    medit        220.1    5821794       0.518       2.950      5.7x
+    obj           99.0    1996002       0.247       9.438     38.2x
+    femap        115.7     705894       0.329           -         -
 """
 import glob
 import json
@@ -19,7 +30,7 @@ bench = sys.argv[1]
 reps = int(sys.argv[2]) if len(sys.argv) > 2 else 1
 out = subprocess.run([bench, "--benchmark_format=json"], check=True, capture_output=True,
                      text=True).stdout
-ours = {b["name"]: b for b in json.loads(out)["benchmarks"]}
+ours = {b["name"].split("/")[0]: b for b in json.loads(out)["benchmarks"]}
 
 directory = os.environ.get("MESHUTIL_BENCH_DIR", "/tmp/meshutil_bench_readers")
 side = os.environ.get("MESHUTIL_BENCH_N", "100")

@@ -97,16 +97,17 @@ MESHUTIL_API int medit_tensor(const char* filename, const dense2D<double>& field
 /// a comment up to the end of its line anywhere, keywords match exactly and may come in any order
 /// and any number of times (sections of one kind are appended in file order). The first keyword
 /// must be "MeshVersionFormatted" (version 1 to 4; reals are read as doubles whatever the
-/// version) and "Dimension" (1, 2 or 3) must precede "Vertices". Reading stops at "End"; the end
-/// of the file after a complete section is accepted as well. Keywords this reader does not keep
-/// (Corners, Ridges, Normals, high-order kinds, solution data, ...) are skipped with their data:
-/// tokens are consumed up to the next one that starts with a letter; "nan" and "inf" in any case
-/// are data, not keywords. A number where a keyword is expected (more records than the count
-/// announced) is an error. Hexahedra collapsed the way medit_output writes pyramids and prisms are
-/// given back as such: "a b c d e e e e" (last four equal, first five distinct) as the pyramid
-/// a b c d e, and "a b c c d e f f" (the six others distinct) as the prism a b c d e f; other
-/// repeated nodes are kept as hexahedra. Indices are 1-based in the file and 0-based in the
-/// output; they are checked against the vertex count once the whole file is read.
+/// version) and "Dimension" (1, 2 or 3) must precede "Vertices" (and may not change after it).
+/// Reading stops at "End"; the end of the file after a complete section is accepted as well.
+/// Keywords this reader does not keep (Corners, Ridges, Normals, high-order kinds, solution data,
+/// ...) are skipped with their data: tokens are consumed up to the next one that starts with a
+/// letter; "nan" and "inf" in any case are data, not keywords. A number where a keyword is expected
+/// (more records than the count announced) is an error. Hexahedra collapsed the way medit_output
+/// writes pyramids and prisms are given back as such: "a b c d e e e e" (last four equal, first
+/// five distinct) as the pyramid a b c d e, and "a b c c d e f f" (the six others distinct) as the
+/// prism a b c d e f; other repeated nodes are kept as hexahedra. Indices are 1-based in the file
+/// and 0-based in the output; they are checked against the vertex count once the whole file is
+/// read.
 /// @param[in]  filename  path of the file.
 /// @param[out] pos       dimension x nbr_vertices coordinates; resized by the call.
 /// @param[out] vertex_refs  nbr_vertices references.
@@ -225,7 +226,9 @@ MESHUTIL_API int vtk_output(const char* filename, const dense2D<double>& pos,
 /// exactly (merge with tolerance 0 on blocks of 100000 triangles), then with the tolerance
 /// 0.05 sqrt(h2) over the whole connectivity, degenerated triangles are removed
 /// (remove_degenerated, strict) and unused nodes dropped (simplify): the triangles that remain
-/// keep the file's order and each node keeps the position of the first corner merged into it.
+/// keep the file's order; the nodes are the surviving corners in file order, each with its own
+/// coordinates (a corner is merged into the earliest corner within the tolerance, chains
+/// resolved). A successful read always gives 3-row outputs, 3 x 0 for a file without triangles.
 /// The storage of the outputs is reused; `pos` may keep capacity for the unmerged corners.
 /// @param[in]  filename  path of the file.
 /// @param[out] pos       3 x nbr_nodes coordinates; emptied first, empty on failure.
@@ -327,7 +330,8 @@ MESHUTIL_API int NASTRAN_output(const char* filename, const dense2D<double>& pos
 /// ("GRID*", 16 columns, continued on a line starting with "*") or free field (a comma on the
 /// line; "GRID*," for large free field); each physical line chooses its own format. A line whose
 /// first character is "+", "*", "," or a blank continues the card above (continuation markers are
-/// not matched); text from "$" on is a comment; tabs count as blanks; blank lines are skipped. A
+/// not matched); text from "$" on is a comment; blank lines are skipped; a tab advances a
+/// fixed-field line to the next multiple of eight columns and is a blank in free field. A
 /// free-field line of exactly nine data items (five in large field) followed by a continuation
 /// line ends with the continuation marker, which is dropped; a free-field line followed by a
 /// continuation is otherwise padded to eight (four) fields. Reals take NASTRAN's forms ("1.5-3",
@@ -417,8 +421,9 @@ MESHUTIL_API int ensight_output(const char* filename, const dense2D<double>& pos
 // neutral files
 
 /// Writes a mesh as a formatted FEMAP neutral file (version 4.41): a header block 100, one
-/// property block 402 entry per distinct non-zero property identifier, the nodes in block 403
-/// and the elements in block 404, each block between "   -1" lines.
+/// property block 402 entry per distinct non-zero property identifier, ascending (no block 402
+/// when there is none; each entry carries the family of the first element using it), the nodes
+/// in block 403 and the elements in block 404, each block between "   -1" lines.
 /// Group k is the columns first[k] up to first[k+1] of connectM, of type types[k]; it uses the
 /// first nbr_nodes(types[k]) rows (4 for EL_FACE_MIX, 8 for EL_SOLID_MIX, whose columns are typed
 /// one by one by their packing). Node j gets identifier j + 1, column j of connectM element
@@ -523,7 +528,7 @@ MESHUTIL_API int WavefrontOBJ_output(const char* filename, const dense2D<double>
                                      const dense1D<int>& element_types) noexcept;
 
 /// One matrix: the range form with that matrix and its type.
-/// @return as the range form.
+/// @return as the range form; -199 memory.
 MESHUTIL_API int WavefrontOBJ_output(const char* filename, const dense2D<double>& pos,
                                      const dense2D<unsigned>& connectM,
                                      element_type FE_type) noexcept;

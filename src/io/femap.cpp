@@ -131,7 +131,8 @@ void fill_slots(element_type t, const unsigned* p, unsigned* slots) noexcept
     }
 }
 
-/// Property identifiers in use with the family of their first element, by identifier.
+/// Block 402: the property identifiers in use, ascending, each with the family of its first
+/// element; no block when no element has a property.
 int write_properties(std::FILE* f, const dense2D<unsigned>& connectM,
                      const dense1D<unsigned>& first, const dense1D<int>& types,
                      const dense1D<unsigned>& PIDs) noexcept
@@ -141,6 +142,7 @@ int write_properties(std::FILE* f, const dense2D<unsigned>& connectM,
     if (!keys.reserve(n)) return -199;
     for (std::size_t j = 0; j < n; ++j)
         if (PIDs[j]) keys.push_back(std::uint64_t(PIDs[j]) << 32 | j);
+    if (keys.empty()) return 0;
     std::sort(keys.begin(), keys.end());
     std::fputs(femap_delimiter, f);
     std::fprintf(f, femap_block, 402);

@@ -17,10 +17,14 @@ class id_table
 {
 public:
     /// Builds the table of ids[j] -> j. Returns 0, -3 when an identifier repeats, -199 without
-    /// memory.
+    /// memory. Identifiers 1, 2, ..., n in this order (the usual numbering) need no table.
     int build(const dense1D<unsigned>& ids) noexcept
     {
         std::size_t n = ids.size(), cap = hash_capacity(n);
+        m_direct = n;
+        for (std::size_t j = 0; j < n && m_direct == n; ++j)
+            if (ids[j] != j + 1) m_direct = 0;
+        if (m_direct == n) return 0;
         if (!m_keys.resize(cap) || !m_vals.resize(cap)) return -199;
         m_keys = undefined_index;
         m_mask = cap - 1;
@@ -41,6 +45,7 @@ public:
     /// Column of the identifier, ~0u when absent.
     unsigned find(unsigned id) const noexcept
     {
+        if (m_direct) return id >= 1 && id <= m_direct ? id - 1 : undefined_index;
         if (m_keys.empty()) return undefined_index;
         std::size_t h = mix32(id) & m_mask;
         for (;;)
@@ -55,6 +60,7 @@ public:
 private:
     dense1D<unsigned> m_keys, m_vals;
     std::size_t m_mask = 0;
+    std::size_t m_direct = 0; // n when the identifiers are 1 .. n in order
 };
 
 /// Elements as read from a file: kind, identifiers, and node identifiers in the library's local
@@ -120,7 +126,6 @@ inline int assemble_elements(const element_records& rec, const dense1D<unsigned>
     if (!first.push_back(unsigned(n))) return -199;
     if (!connectM.resize(rows, n, undefined_index) || !PIDs.copy(rec.PIDs) || !EIDs.copy(rec.EIDs))
         return -199;
-    connectM = undefined_index;
     const unsigned* src = rec.nodes.data();
     for (std::size_t j = 0; j < n; ++j)
     {

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <meshutil/editing.h>
 #include <meshutil/io.h>
 
 namespace qx7::meshutil
@@ -88,11 +89,13 @@ public:
         const void* nl = std::memchr(s, '\n', limit);
         std::size_t len = nl ? std::size_t(static_cast<const char*>(nl) - s) + 1 : limit;
         m_pos += len;
-        std::size_t k = 0;
-        for (; k < len && s[k] != '\0'; ++k)
+        // The string ends at the first NUL; lower-casing without branches vectorises.
+        const void* nul = std::memchr(s, '\0', len);
+        const std::size_t k = nul ? std::size_t(static_cast<const char*>(nul) - s) : len;
+        for (std::size_t i = 0; i < k; ++i)
         {
-            char c = s[k];
-            out[k] = (c >= 'A' && c <= 'Z') ? char(c + ('a' - 'A')) : c;
+            const char c = s[i];
+            out[i] = char(c + ((unsigned char)(c - 'A') < 26 ? 'a' - 'A' : 0));
         }
         out[k] = '\0';
         return true;
@@ -163,7 +166,7 @@ bool fast_number(const char*& p, double& value) noexcept
         if (*s == '+' || *s == '-') exp_negative = *s++ == '-';
         int exp_digits = 0;
         for (; *s >= '0' && *s <= '9'; ++s, ++exp_digits)
-            exponent = exponent * 10 + (*s - '0');
+            if (exp_digits < 5) exponent = exponent * 10 + (*s - '0'); // more: rejected below
         if (exp_digits == 0 || exp_digits > 4) return false;
         if (exp_negative) exponent = -exponent;
     }
@@ -230,6 +233,30 @@ inline double load_float(const unsigned char* p) noexcept
     return double(x);
 }
 
+/// Squared distance from pi to the line through pj and pk: |(pi - pj) x (pk - pj)|^2 /
+/// |pk - pj|^2, without the division when pk = pj.
+inline double corner_height2(const double* pi, const double* pj, const double* pk) noexcept
+{
+    const double u0 = pi[0] - pj[0], u1 = pi[1] - pj[1], u2 = pi[2] - pj[2];
+    const double w0 = pk[0] - pj[0], w1 = pk[1] - pj[1], w2 = pk[2] - pj[2];
+    const double x0 = u1 * w2 - u2 * w1, x1 = u2 * w0 - u0 * w2, x2 = u0 * w1 - u1 * w0;
+    const double value = x0 * x0 + x1 * x1 + x2 * x2;
+    const double edge2 = w0 * w0 + w1 * w1 + w2 * w2;
+    return edge2 != 0.0 ? value / edge2 : value;
+}
+
+/// Smallest corner_height2 of the triangle (a, b, c), corners taken cyclically (a from b to c,
+/// b from c to a, c from a to b).
+inline double triangle_height2(const double* a, const double* b, const double* c) noexcept
+{
+    double h2 = corner_height2(a, b, c);
+    const double hb = corner_height2(b, c, a);
+    if (hb < h2) h2 = hb;
+    const double hc = corner_height2(c, a, b);
+    if (hc < h2) h2 = hc;
+    return h2;
+}
+
 /// Largest number of corner nodes: node indices stay below the undefined index.
 constexpr std::size_t max_corners = std::size_t(undefined_index) - 1;
 
@@ -245,6 +272,41 @@ bool stl_scan_triple(const char* line, bool facet, double v[3]) noexcept
     if (fast_triple(line, facet ? facet_literal : vertex_literal, v)) return true;
     return std::sscanf(line, facet ? facet_scan_format : vertex_scan_format, &v[0], &v[1], &v[2]) ==
            3;
+}
+
+int stl_format_e_direct(double x, char* out) noexcept
+{
+    if (!std::isfinite(x)) return 0;
+    char* p = out;
+    if (std::signbit(x)) *p++ = '-';
+    const double a = std::fabs(x);
+    if (a == 0.0)
+    {
+        std::memcpy(p, "0.000000e+00", 12);
+        return int(p - out) + 12;
+    }
+    const int e = int(std::floor(std::log10(a)));
+    const int k = 6 - e;
+    if (k < -22 || k > 22) return 0;
+    // One correctly rounded operation on exact operands: |m - a 10^k| <= 2^-30 below 2^24.
+    const double m = k >= 0 ? a * exact_powers_of_ten[k] : a / exact_powers_of_ten[-k];
+    if (!(m >= 1e6 && m < 9999999.25)) return 0; // exponent estimate off, or a carry
+    const double whole = std::floor(m);
+    const double fraction = m - whole;              // exact
+    if (std::fabs(fraction - 0.5) < 1e-6) return 0; // too close to a tie to decide
+    unsigned n = unsigned(whole) + (fraction > 0.5 ? 1u : 0u);
+    char digits[7];
+    for (int i = 6; i >= 0; --i, n /= 10)
+        digits[i] = char('0' + n % 10);
+    p[0] = digits[0];
+    p[1] = '.';
+    std::memcpy(p + 2, digits + 1, 6);
+    p[8] = 'e';
+    p[9] = e < 0 ? '-' : '+';
+    const int ae = e < 0 ? -e : e; // at most 28: two digits
+    p[10] = char('0' + ae / 10);
+    p[11] = char('0' + ae % 10);
+    return int(p - out) + 12;
 }
 
 int stl_read_text(std::FILE* f, dense2D<double>& pos) noexcept
@@ -349,23 +411,7 @@ int stl_read_binary(std::FILE* f, dense2D<double>& pos) noexcept
 
 double stl_triangle_height2(const double* a, const double* b, const double* c) noexcept
 {
-    const double* P[3] = {a, b, c};
-    double h2 = 0.0;
-    for (int i = 0; i < 3; ++i)
-    {
-        const double* pi = P[i];
-        const double* pj = P[(i + 1) % 3];
-        const double* pk = P[(i + 2) % 3];
-        const double u[3] = {pi[0] - pj[0], pi[1] - pj[1], pi[2] - pj[2]};
-        const double w[3] = {pk[0] - pj[0], pk[1] - pj[1], pk[2] - pj[2]};
-        const double x[3] = {u[1] * w[2] - u[2] * w[1], u[2] * w[0] - u[0] * w[2],
-                             u[0] * w[1] - u[1] * w[0]};
-        double value = x[0] * x[0] + x[1] * x[1] + x[2] * x[2];
-        const double edge2 = w[0] * w[0] + w[1] * w[1] + w[2] * w[2];
-        if (edge2 != 0.0) value /= edge2;
-        if (i == 0 || value < h2) h2 = value;
-    }
-    return h2;
+    return triangle_height2(a, b, c);
 }
 
 double stl_smallest_height2(const dense2D<double>& pos) noexcept
@@ -392,7 +438,21 @@ int stl_weld(dense2D<double>& pos, dense2D<unsigned>& connectM) noexcept
         e[0] = unsigned(3 * t), e[1] = unsigned(3 * t + 1), e[2] = unsigned(3 * t + 2);
     }
     if (h2 == 0.0) return 0;
-    return 0;
+    // Exact pass by blocks of triangles (each block's columns are a view of connectM), then the
+    // tolerance pass over everything; positive counts are success.
+    for (std::size_t j0 = 0; j0 < nbr_tri; j0 += stl_exact_block)
+    {
+        const std::size_t n = nbr_tri - j0 < stl_exact_block ? nbr_tri - j0 : stl_exact_block;
+        dense2D<unsigned> block = connectM.sub_matrix(0, j0, 3, n);
+        const int r = merge(pos, block, 0.0, 0);
+        if (r < 0) return r;
+    }
+    int r = merge(pos, connectM, 0.05 * std::sqrt(h2), 0);
+    if (r < 0) return r;
+    r = remove_degenerated(connectM, true);
+    if (r < 0) return r;
+    r = simplify(pos, connectM, 0u);
+    return r < 0 ? r : 0;
 }
 
 } // namespace detail
@@ -439,9 +499,12 @@ namespace
 {
 
 constexpr const char* text_header = "solid QX7\n";
-constexpr const char* text_facet = "   facet normal %le %le %le\n";
+// Facet and vertex lines: the prefix, then three numbers in number_format separated by one
+// space, then a newline ("   facet normal %le %le %le\n", "         vertex %le %le %le\n").
+constexpr const char* text_facet = "   facet normal ";
 constexpr const char* text_outer_loop = "      outer loop\n";
-constexpr const char* text_vertex = "         vertex %le %le %le\n";
+constexpr const char* text_vertex = "         vertex ";
+constexpr const char* number_format = "%le";
 constexpr const char* text_endloop = "      endloop\n";
 constexpr const char* text_endfacet = "   endfacet\n";
 constexpr const char* text_footer = "endsolid QX7\n";
@@ -486,21 +549,47 @@ inline void store_float(unsigned char* p, double x) noexcept
     p[2] = static_cast<unsigned char>(bits >> 16), p[3] = static_cast<unsigned char>(bits >> 24);
 }
 
+/// Appends the three numbers of a facet or vertex line after its prefix, and the newline.
+char* put_triple(char* p, const char* prefix, const double* v) noexcept
+{
+    const std::size_t len = std::strlen(prefix);
+    std::memcpy(p, prefix, len);
+    p += len;
+    for (int i = 0; i < 3; ++i)
+    {
+        int n = detail::stl_format_e_direct(v[i], p);
+        if (n == 0) n = std::snprintf(p, 32, number_format, v[i]);
+        p += n;
+        *p++ = i < 2 ? ' ' : '\n';
+    }
+    return p;
+}
+
+char* put_text(char* p, const char* text) noexcept
+{
+    const std::size_t len = std::strlen(text);
+    std::memcpy(p, text, len);
+    return p + len;
+}
+
 int write_text(std::FILE* f, const dense2D<double>& pos, const dense2D<unsigned>& connectM) noexcept
 {
     bool ok = std::fputs(text_header, f) >= 0;
     double P[3][3], n[3];
+    char facet[512]; // 7 lines, 12 numbers of at most 24 bytes
     const std::size_t nbr = connectM.empty() ? 0 : connectM.cols();
     for (std::size_t j = 0; ok && j < nbr; ++j)
     {
         corners(pos, connectM.col(j), P);
         unit_normal(P, n);
-        ok = std::fprintf(f, text_facet, n[0], n[1], n[2]) >= 0 &&
-             std::fputs(text_outer_loop, f) >= 0 &&
-             std::fprintf(f, text_vertex, P[0][0], P[0][1], P[0][2]) >= 0 &&
-             std::fprintf(f, text_vertex, P[1][0], P[1][1], P[1][2]) >= 0 &&
-             std::fprintf(f, text_vertex, P[2][0], P[2][1], P[2][2]) >= 0 &&
-             std::fputs(text_endloop, f) >= 0 && std::fputs(text_endfacet, f) >= 0;
+        char* p = put_triple(facet, text_facet, n);
+        p = put_text(p, text_outer_loop);
+        for (int k = 0; k < 3; ++k)
+            p = put_triple(p, text_vertex, P[k]);
+        p = put_text(p, text_endloop);
+        p = put_text(p, text_endfacet);
+        const std::size_t bytes = std::size_t(p - facet);
+        ok = std::fwrite(facet, 1, bytes, f) == bytes;
     }
     const bool last = std::fputs(text_footer, f) >= 0;
     return ok && last ? 0 : -1;

@@ -24,6 +24,12 @@ inline constexpr std::size_t stl_header_bytes = 80;
 /// line goes through sscanf.
 bool stl_scan_triple(const char* line, bool facet, double v[3]) noexcept;
 
+/// Writes x into out as printf's "%le" does ("C" locale) when a direct conversion is safe and
+/// returns the length (at most 13, no terminating NUL); 0 otherwise (non-finite values,
+/// decimal exponents outside -16..28, values within 1e-6 of a rounding tie in the seventh
+/// digit), where the caller formats with snprintf.
+int stl_format_e_direct(double x, char* out) noexcept;
+
 /// Reads the facets of a text STL file from the current position of f, three new columns of
 /// pos per facet (pos must be empty). Returns 0, -2 (no first line, or no "solid" in it), -3
 /// (syntax error) or -199. On failure pos holds what was read so far.

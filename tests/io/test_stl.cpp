@@ -216,6 +216,64 @@ TEST(stl, writer_checks_and_failures)
     EXPECT_EQ(read_bytes(path), binary_file("QX7 STL Binary", 0, {}));
 }
 
+TEST(stl, direct_number_formatting_is_printf)
+{
+    // The writer's direct "%le" conversion against snprintf over random magnitudes, signed zeros,
+    // subnormals, powers of ten and their neighbours, halfway cases and last-digit round-ups.
+    std::vector<double> values = {0.0,
+                                  -0.0,
+                                  1.0,
+                                  -1.0,
+                                  0.5,
+                                  1234567.5,
+                                  9999999.5,
+                                  0.99999995,
+                                  9.9999995,
+                                  999999.95,
+                                  1e-16,
+                                  1e28,
+                                  1e29,
+                                  1e-17,
+                                  4.9e-324,
+                                  2.2250738585072014e-308,
+                                  1.7976931348623157e308,
+                                  INFINITY,
+                                  -INFINITY,
+                                  NAN};
+    for (int e = -30; e <= 32; ++e)
+    {
+        const double x = std::pow(10.0, e);
+        values.insert(values.end(), {x, std::nextafter(x, 0.0), std::nextafter(x, INFINITY), -x});
+    }
+    std::mt19937_64 gen(17);
+    char text[64];
+    for (int i = 0; i < 100000; ++i)
+    {
+        // Seven-digit decimals with a trailing 5 (the rounding boundary) and their neighbours.
+        std::snprintf(text, sizeof text, "%u.%06u5e%d", unsigned(1 + gen() % 9),
+                      unsigned(gen() % 1000000), int(gen() % 50) - 20);
+        const double x = std::strtod(text, nullptr);
+        values.insert(values.end(), {x, std::nextafter(x, 0.0), std::nextafter(x, INFINITY)});
+        // Random bits of every magnitude.
+        std::uint64_t bits = gen();
+        double y;
+        std::memcpy(&y, &bits, sizeof y);
+        values.push_back(y);
+        values.push_back(std::ldexp(double(gen() >> 11), int(gen() % 160) - 110));
+    }
+    std::size_t direct = 0;
+    for (double x : values)
+    {
+        char got[32], expected[32];
+        const int n = detail::stl_format_e_direct(x, got);
+        std::snprintf(expected, sizeof expected, "%le", x);
+        if (n == 0) continue;
+        ++direct;
+        ASSERT_EQ(std::string(got, std::size_t(n)), expected) << std::hexfloat << x;
+    }
+    EXPECT_GT(direct, values.size() / 8); // the near-tie values go to snprintf by design
+}
+
 // ------------------------------------------------------------------------------------ parsing
 
 TEST(stl, number_scanner_agrees_with_sscanf)
@@ -672,5 +730,163 @@ TEST(stl, fuzz_seeds_are_current_and_parse)
         dense2D<double> pos;
         dense2D<unsigned> connectM;
         EXPECT_EQ(read_stl_file(path, pos, connectM), seed.code) << seed.name;
+    }
+}
+
+// ------------------------------------------------------------------------------------ welding
+
+namespace
+{
+
+/// The coordinates of corner k of triangle j of a mesh.
+const double* corner(const dense2D<double>& pos, const dense2D<unsigned>& connectM, std::size_t j,
+                     int k)
+{
+    return pos.col(connectM(k, j));
+}
+
+} // namespace
+
+TEST(stl, cube_of_twelve_facets_gives_eight_nodes)
+{
+    // The hand-made binary cube, the same with a "solid" header, and the cube written as text
+    // in upper case and split into two solids: 8 nodes, the 12 triangles in file order, nodes
+    // numbered by first corner.
+    const std::string path = output_path("cube.stl");
+    std::string text_a = "solid A\n", text_b = "solid B\n";
+    for (int t = 0; t < 12; ++t)
+    {
+        double P[3][3];
+        for (int k = 0; k < 3; ++k)
+            for (int i = 0; i < 3; ++i)
+                P[k][i] = (cube_triangles[3 * t + k] >> i) & 1;
+        (t < 5 ? text_a : text_b) += text_facet(P);
+    }
+    std::string text = text_a + "endsolid A\n" + text_b + "endsolid B\n";
+    for (char& c : text)
+        c = char(std::toupper(static_cast<unsigned char>(c)));
+    for (const std::string& bytes : {cube_binary("QX7"), cube_binary("solid cube"), text})
+    {
+        write_bytes(path, bytes);
+        dense2D<double> pos;
+        dense2D<unsigned> connectM;
+        ASSERT_EQ(read_stl_file(path, pos, connectM), 0);
+        ASSERT_EQ(pos.cols(), 8u);
+        ASSERT_EQ(connectM.cols(), 12u);
+        // First-corner order of the cube's nodes: 0 2 1 3 4 5 6 7.
+        const unsigned order[8] = {0, 2, 1, 3, 4, 5, 6, 7};
+        unsigned renumber[8];
+        for (unsigned k = 0; k < 8; ++k)
+            renumber[order[k]] = k;
+        for (unsigned k = 0; k < 8; ++k)
+            for (unsigned i = 0; i < 3; ++i)
+                EXPECT_EQ(pos(i, renumber[k]), double((k >> i) & 1));
+        for (std::size_t j = 0; j < 12; ++j)
+            for (int k = 0; k < 3; ++k)
+                EXPECT_EQ(connectM(k, j), renumber[cube_triangles[3 * j + k]]);
+    }
+}
+
+TEST(stl, tolerance_is_five_percent_of_the_smallest_height)
+{
+    // Two unit right triangles sharing an edge whose copies are moved by `shift`: the smallest
+    // height is sqrt(1/2) (to a hypotenuse), so copies within 0.0353 weld, farther ones do not.
+    //
+    //   2 ------ 3
+    //   |  \     |
+    //   0 ------ 1
+    const std::string path = output_path("tol.stl");
+    for (double shift : {0.0, 0.03, 0.035, 0.036, 0.2})
+    {
+        const std::string bytes = "solid\n" + text_facet({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}) +
+                                  text_facet({{1 + shift, 0, 0}, {1, 1, 0}, {0, 1 - shift, 0}}) +
+                                  "endsolid\n";
+        write_bytes(path, bytes);
+        dense2D<double> pos;
+        dense2D<unsigned> connectM;
+        ASSERT_EQ(read_stl_file(path, pos, connectM), 0);
+        ASSERT_EQ(connectM.cols(), 2u);
+        EXPECT_EQ(pos.cols(), shift < 0.0354 ? 4u : 6u) << shift;
+        if (shift < 0.0354)
+        {
+            // The earlier corner survives with its coordinates.
+            EXPECT_EQ(connectM(0, 1), 1u);
+            EXPECT_EQ(connectM(2, 1), 2u);
+            EXPECT_EQ(pos(0, 1), 1.0);
+        }
+    }
+    // A triangle with a repeated corner disappears with the nodes only it used; a flat triangle
+    // with distinct corners stays.
+    write_bytes(path, "solid\n" + text_facet({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}) +
+                          text_facet({{5, 5, 5}, {5, 5, 5}, {6, 6, 5}}) +
+                          text_facet({{0, 0, 0}, {2, 0, 0}, {1, 0, 0}}) + "endsolid\n");
+    dense2D<double> pos;
+    dense2D<unsigned> connectM;
+    ASSERT_EQ(read_stl_file(path, pos, connectM), 0);
+    ASSERT_EQ(connectM.cols(), 2u);
+    EXPECT_EQ(pos.cols(), 4u);
+    EXPECT_EQ(connectM(0, 1), 0u);
+    EXPECT_EQ(connectM(1, 1), 3u);
+    EXPECT_EQ(connectM(2, 1), 1u);
+    // Only degenerate triangles: no positive height, nothing merged.
+    write_bytes(path, "solid\n" + text_facet({{0, 0, 0}, {1, 0, 0}, {2, 0, 0}}) +
+                          text_facet({{0, 0, 0}, {0, 0, 0}, {1, 1, 1}}) + "endsolid\n");
+    ASSERT_EQ(read_stl_file(path, pos, connectM), 0);
+    EXPECT_EQ(pos.cols(), 6u);
+    ASSERT_EQ(connectM.cols(), 2u);
+    for (unsigned k = 0; k < 6; ++k)
+        EXPECT_EQ(connectM(k % 3, k / 3), k);
+}
+
+TEST(stl, read_back_what_is_written)
+{
+    // A closed torus of 2 x 300 x 200 triangles (more than one exact-merge block), with its nodes
+    // shuffled so that file order differs from node order: both forms read back as the same
+    // triangles over the same number of nodes, corners to float or printed precision.
+    const unsigned nu = 300, nv = 200;
+    dense2D<double> pos(3, nu * nv);
+    dense2D<unsigned> connectM(3, 2 * nu * nv);
+    std::vector<unsigned> perm(nu * nv);
+    for (unsigned k = 0; k < nu * nv; ++k)
+        perm[k] = k;
+    std::mt19937 gen(9);
+    for (unsigned k = nu * nv - 1; k > 0; --k)
+        std::swap(perm[k], perm[gen() % (k + 1)]);
+    for (unsigned i = 0; i < nu; ++i)
+        for (unsigned k = 0; k < nv; ++k)
+        {
+            const double u = 2 * M_PI * i / nu, v = 2 * M_PI * k / nv;
+            const unsigned a = perm[i * nv + k], b = perm[((i + 1) % nu) * nv + k];
+            const unsigned c = perm[((i + 1) % nu) * nv + (k + 1) % nv];
+            const unsigned d = perm[i * nv + (k + 1) % nv];
+            pos(0, a) = (3 + std::cos(v)) * std::cos(u);
+            pos(1, a) = (3 + std::cos(v)) * std::sin(u);
+            pos(2, a) = std::sin(v);
+            const unsigned e[6] = {a, b, c, a, c, d};
+            for (int r = 0; r < 6; ++r)
+                connectM(r % 3, 2 * (i * nv + k) + r / 3) = e[r];
+        }
+    const std::string path = output_path("torus.stl");
+    for (bool text : {true, false})
+    {
+        ASSERT_EQ(STL_output(path.c_str(), pos, connectM, text), 0);
+        dense2D<double> pos2;
+        dense2D<unsigned> connectM2;
+        ASSERT_EQ(STL_input(path.c_str(), pos2, connectM2), 0);
+        ASSERT_EQ(pos2.cols(), pos.cols());
+        ASSERT_EQ(connectM2.cols(), connectM.cols());
+        // Same topology: one consistent node map; corners close.
+        std::vector<unsigned> map(pos.cols(), undefined_index);
+        const double tol = text ? 5e-6 : 5e-7;
+        for (std::size_t j = 0; j < connectM.cols(); ++j)
+            for (int k = 0; k < 3; ++k)
+            {
+                unsigned& m = map[connectM(k, j)];
+                if (m == undefined_index) m = connectM2(k, j);
+                ASSERT_EQ(m, connectM2(k, j)) << j;
+                for (int i = 0; i < 3; ++i)
+                    ASSERT_NEAR(corner(pos2, connectM2, j, k)[i], corner(pos, connectM, j, k)[i],
+                                tol);
+            }
     }
 }
