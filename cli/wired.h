@@ -24,4 +24,4 @@
 // shape_qualities, copy_edges.
 #define CLI_HAS_QUALITY 1
 #define CLI_HAS_SIZE_GENERATION 1
-#define CLI_HAS_GRADATION 0
+#define CLI_HAS_GRADATION 1
