@@ -16,7 +16,7 @@ struct option_spec
     bool takes_value;
 };
 
-struct command_spec
+struct command_entry
 {
     const char* name;
     int (*run)(const cli::context&);
@@ -50,7 +50,7 @@ const char* const common_options =
     "  -q, --quiet         no progress on stderr\n"
     "  -h, --help          this help\n";
 
-std::vector<command_spec> commands()
+std::vector<command_entry> commands()
 {
     const option_spec format{"--format", true}, from{"--from", true}, to{"--to", true},
         json{"--json", false}, binary{"--binary", false};
@@ -166,7 +166,7 @@ std::vector<command_spec> commands()
     };
 }
 
-int print_help(const command_spec& c)
+int print_help(const command_entry& c)
 {
     std::fputs(c.help, stdout);
     bool reads = false;
@@ -181,14 +181,14 @@ int print_help(const command_spec& c)
 
 int run(int argc, char** argv)
 {
-    const std::vector<command_spec> specs = commands();
+    const std::vector<command_entry> entries = commands();
     std::vector<std::string> argsv(argv + 1, argv + argc);
     if (argsv.empty()) argsv.push_back("demo");
     const std::string& name = argsv[0];
     if (name == "-h" || name == "--help" || name == "help")
     {
         if (argsv.size() > 1)
-            for (const command_spec& c : specs)
+            for (const command_entry& c : entries)
                 if (argsv[1] == c.name) return print_help(c);
         std::fputs(general_help, stdout);
         std::fputs(cli::format_table().c_str(), stdout);
@@ -199,13 +199,13 @@ int run(int argc, char** argv)
         std::printf("meshutil %s\n", qx7::meshutil::version());
         return cli::exit_ok;
     }
-    const command_spec* spec = nullptr;
-    for (const command_spec& c : specs)
-        if (name == c.name) spec = &c;
-    if (!spec) return cli::fail_usage("", "unknown command '" + name + "'");
+    const command_entry* entry = nullptr;
+    for (const command_entry& c : entries)
+        if (name == c.name) entry = &c;
+    if (!entry) return cli::fail_usage("", "unknown command '" + name + "'");
 
     cli::context ctx;
-    ctx.command = spec->name;
+    ctx.command = entry->name;
     bool options_done = false;
     for (std::size_t i = 1; i < argsv.size(); ++i)
     {
@@ -220,7 +220,7 @@ int run(int argc, char** argv)
             options_done = true;
             continue;
         }
-        if (a == "-h" || a == "--help") return print_help(*spec);
+        if (a == "-h" || a == "--help") return print_help(*entry);
         if (a == "-q" || a == "--quiet")
         {
             ctx.quiet = true;
@@ -236,29 +236,29 @@ int run(int argc, char** argv)
             inline_value = true;
         }
         const option_spec* opt = nullptr;
-        for (const option_spec& o : spec->options)
+        for (const option_spec& o : entry->options)
             if (key == o.name) opt = &o;
-        if (!opt) return cli::fail_usage(spec->name, "unknown option '" + key + "'");
+        if (!opt) return cli::fail_usage(entry->name, "unknown option '" + key + "'");
         if (!opt->takes_value)
         {
-            if (inline_value) return cli::fail_usage(spec->name, key + " takes no value");
+            if (inline_value) return cli::fail_usage(entry->name, key + " takes no value");
             ctx.flags.push_back(key == "--from" ? "--format" : key);
             continue;
         }
         if (!inline_value)
         {
-            if (i + 1 >= argsv.size()) return cli::fail_usage(spec->name, key + " needs a value");
+            if (i + 1 >= argsv.size()) return cli::fail_usage(entry->name, key + " needs a value");
             val = argsv[++i];
         }
         ctx.values.emplace_back(key == "--from" ? "--format" : key, val);
     }
-    if (ctx.args.size() < spec->min_args) return cli::fail_usage(spec->name, "missing argument");
-    if (ctx.args.size() > spec->max_args)
-        return cli::fail_usage(spec->name,
-                               "unexpected argument '" + ctx.args[spec->max_args] + "'");
+    if (ctx.args.size() < entry->min_args) return cli::fail_usage(entry->name, "missing argument");
+    if (ctx.args.size() > entry->max_args)
+        return cli::fail_usage(entry->name,
+                               "unexpected argument '" + ctx.args[entry->max_args] + "'");
     ctx.json = ctx.flag("--json");
     ctx.progress = !ctx.quiet && isatty(fileno(stderr));
-    return spec->run(ctx);
+    return entry->run(ctx);
 }
 
 } // namespace

@@ -404,7 +404,7 @@ TEST(stl, text_soup_cases)
     }
 }
 
-TEST(stl, text_keywords_in_any_case_and_special_values)
+TEST(stl, text_keywords_in_any_case_and_odd_values)
 {
     const std::string path = output_path("case.stl");
     const double P[3][3] = {{0.1, -2.5e-3, 7}, {1e10, 0, -0.0}, {3, 4, 5}};
@@ -711,7 +711,7 @@ TEST(stl, fuzz_seeds_are_current_and_parse)
         {"cube_binary.stl", cube_written, 0},
         {"solid_header_binary.stl", cube_binary("solid binary", 3), 0},
         {"two_solids_upper_case.stl", upper, 0},
-        {"special_values.stl",
+        {"odd_values.stl",
          "solid\nfacet normal nan 0 0\nouter loop\nvertex inf -1e400 0x1p-3\nvertex 1e-320 2 3\n"
          "vertex -0 1e22 4.5e+07\nendloop\nendfacet\nendsolid\n",
          0},
