@@ -14,21 +14,7 @@ namespace qx7::meshutil::detail
 /// True for the types the boundary and neighbour functions accept (after normalize_type).
 inline bool boundary_type_supported(element_type FE_type) noexcept
 {
-    switch (FE_type)
-    {
-    case EL_EDGE2:
-    case EL_FACE_MIX:
-    case EL_TRIA3:
-    case EL_QUAD4:
-    case EL_SOLID_MIX:
-    case EL_TETRA4:
-    case EL_PYRAM5:
-    case EL_PENTA6:
-    case EL_HEXA8:
-        return true;
-    default:
-        return false;
-    }
+    return detail::linear_or_mixed(FE_type);
 }
 
 /// Row count of the neighbour matrix of a supported type: the largest boundary count of the

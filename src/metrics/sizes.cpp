@@ -1,5 +1,6 @@
 // Isotropic size field from the edge lengths of a mesh.
 #include "metrics/metrics_private.h"
+#include "model/model_private.h"
 
 #include <meshutil/metrics.h>
 
@@ -105,21 +106,7 @@ void accumulate_mode(const dense2D<double>& pos, const dense2D<unsigned>& connec
 
 bool supported(element_type type) noexcept
 {
-    switch (type)
-    {
-    case EL_EDGE2:
-    case EL_FACE_MIX:
-    case EL_TRIA3:
-    case EL_QUAD4:
-    case EL_SOLID_MIX:
-    case EL_TETRA4:
-    case EL_PYRAM5:
-    case EL_PENTA6:
-    case EL_HEXA8:
-        return true;
-    default:
-        return false;
-    }
+    return detail::linear_or_mixed(type);
 }
 
 } // namespace

@@ -40,6 +40,27 @@ inline std::uint64_t mix64(std::uint64_t h) noexcept
     return h;
 }
 
+/// True for the linear types and the face and solid mixed types: the shapes whose boundaries,
+/// neighbours and local edges the library derives from the local boundary tables.
+inline constexpr bool linear_or_mixed(element_type FE_type) noexcept
+{
+    switch (FE_type)
+    {
+    case EL_EDGE2:
+    case EL_FACE_MIX:
+    case EL_TRIA3:
+    case EL_QUAD4:
+    case EL_SOLID_MIX:
+    case EL_TETRA4:
+    case EL_PYRAM5:
+    case EL_PENTA6:
+    case EL_HEXA8:
+        return true;
+    default:
+        return false;
+    }
+}
+
 /// Empties a matrix without releasing its storage (rows, cols and ld set to 0).
 template <class T>
 inline void empty_output(dense2D<T>& M) noexcept

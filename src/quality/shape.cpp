@@ -1,4 +1,5 @@
 // Shape qualities of elements: one value per column, or fed to a histogram.
+#include "model/model_private.h"
 #include "quality/quality_private.h"
 
 #include <meshutil/quality.h>
@@ -137,21 +138,7 @@ void dispatch(const coords& X, const dense2D<unsigned>& connectM, element_type t
 
 bool supported(element_type type) noexcept
 {
-    switch (type)
-    {
-    case EL_EDGE2:
-    case EL_FACE_MIX:
-    case EL_TRIA3:
-    case EL_QUAD4:
-    case EL_SOLID_MIX:
-    case EL_TETRA4:
-    case EL_PYRAM5:
-    case EL_PENTA6:
-    case EL_HEXA8:
-        return true;
-    default:
-        return false;
-    }
+    return detail::linear_or_mixed(type);
 }
 
 /// Qualities of one matrix into out[0 .. cols), already sized and zeroed: checks from the type on.
