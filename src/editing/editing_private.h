@@ -79,13 +79,91 @@ private:
 /// coordinate on the splitting axis, child with a greater or equal one (~0u when missing).
 /// Tree node 0 is the root; the axis of a node is its depth modulo D.
 template <unsigned D>
+struct kd_tree;
+
+/// Squared distance between q and P, summed over the axes in order: the one formula every search
+/// uses, so that equal distances compare equal whichever search computed them.
+template <unsigned D>
+inline double kd_dist2(const double* q, const double* P) noexcept
+{
+    double d2 = 0.0;
+    for (unsigned i = 0; i < D; ++i)
+        d2 += (q[i] - P[i]) * (q[i] - P[i]);
+    return d2;
+}
+
+/// A cell index over the nodes of a k-d tree, kept beside the tree by the node detector so that
+/// most queries are settled without walking the tree. It holds node numbers only (the coordinates
+/// are still read through the tree's pointer): a uniform grid over the bounding box of the
+/// inserted nodes, about two nodes per cell, each tree node listed in its cell as (mesh index,
+/// pre-order rank in the tree).
+///
+/// A query it settles gets the answer the tree walk gives, bit for bit:
+/// - box search: every node inside a closed box is visited by the walk when no inserted node has a
+///   NaN coordinate, so the hits are the nodes passing the same per-coordinate test, reported in
+///   the walk's pre-order;
+/// - nearest search: when exactly one mesh index attains the smallest distance, computed as the
+///   walk computes it, and that node is clear of the walk's box and pruning tests by a margin
+///   well above their rounding, the walk must meet it and keep it.
+/// Everything else (ties, nodes on the search sphere's axes, non-finite input, far or crowded
+/// queries) is left to the tree.
+template <unsigned D>
+struct kd_cells
+{
+    unsigned covered = 0;    ///< tree nodes indexed; the index serves only when all are
+    bool off = false;        ///< never index this tree (a non-finite or huge coordinate)
+    double lo[D] = {};       ///< grid origin
+    double inv[D] = {};      ///< cells per unit length (0 on a flat axis)
+    double side[D] = {};     ///< cell side
+    int cnt[D] = {};         ///< cells per axis
+    double slack = 0.0;      ///< bound on how far rounding may put a node outside its cell
+    dense1D<unsigned> start; ///< first entry of each cell (cells + 1)
+    dense1D<unsigned> entry; ///< 2 per tree node, by cell: mesh index, pre-order rank
+
+    bool ready(unsigned tree_size) const noexcept
+    {
+        return !off && covered && covered == tree_size;
+    }
+};
+
+/// Point k-d tree over columns of a caller's coordinate matrix (read through the pointer, never
+/// copied). nodes: 3 rows per tree node in insertion order: mesh index, child with a smaller
+/// coordinate on the splitting axis, child with a greater or equal one (~0u when missing).
+/// Tree node 0 is the root; the axis of a node is its depth modulo D. indexed: keep a cell index
+/// beside the tree (the node detector's trees; merging builds plain trees).
+template <unsigned D>
 struct kd_tree
 {
     const dense2D<double>* pos = nullptr;
     dense2D<unsigned> nodes;
+    bool indexed = false;
+    kd_cells<D> cells;
 
     unsigned size() const noexcept { return nodes.empty() ? 0u : unsigned(nodes.cols()); }
 };
+
+/// (Re)builds tree.cells over all tree nodes; preorder gives each tree node's pre-order rank
+/// (nullptr: computed by a walk). Leaves the index unusable when memory or the coordinates do
+/// not allow one; the tree alone then answers.
+template <unsigned D>
+void kd_cells_build(kd_tree<D>& tree, const unsigned* preorder) noexcept;
+
+/// Nearest node through the cell index, as kd_closest defines it. true when settled (result in
+/// out); false when the tree must decide.
+template <unsigned D>
+bool kd_cells_closest(const kd_tree<D>& tree, const double* P, unsigned exclude,
+                      unsigned& out) noexcept;
+
+/// Box search through the cell index: appends the hits to nodes in the tree's pre-order (stopping
+/// at the first that cannot be stored) and returns true, or returns false without touching
+/// nodes when the tree must decide.
+template <unsigned D>
+bool kd_cells_box(const kd_tree<D>& tree, const double* lo, const double* hi,
+                  dense1D<unsigned>& nodes) noexcept;
+
+/// Nearest inserted node by the tree walk alone (kd_closest without the cell index).
+template <unsigned D>
+unsigned kd_closest_walk(const kd_tree<D>& tree, const double* P, unsigned exclude) noexcept;
 
 /// Inserts the listed nodes in the fixed-seed shuffled order of the list (indices not below
 /// pos->cols() are skipped); returns the number inserted. An empty tree is built top-down in one

@@ -13,6 +13,9 @@ namespace detail
 namespace
 {
 
+/// Trees smaller than this stay in cache and are walked quickly: they get no cell index.
+constexpr std::size_t min_indexed = 4096;
+
 /// A node being placed by the top-down build: its coordinates (gathered once) and its tree node.
 template <unsigned D>
 struct build_item
@@ -51,9 +54,12 @@ bool insert_one(kd_tree<D>& tree, unsigned index) noexcept
 /// Builds an empty tree from the filtered, shuffled list in one partition pass per level: the
 /// first node of a range is the root of its subtree, the others are split stably into those
 /// below it on the axis and those greater or equal (exactly where one-by-one insertion in list
-/// order puts them). false when the scratch cannot be had (nothing changed).
+/// order puts them). The final position of a node in that arrangement is its pre-order rank,
+/// stored in preorder[tree node] unless preorder is null. false when the scratch cannot be had
+/// (nothing changed).
 template <unsigned D>
-bool build_top_down(kd_tree<D>& tree, const unsigned* list, std::size_t m) noexcept
+bool build_top_down(kd_tree<D>& tree, const unsigned* list, std::size_t m,
+                    unsigned* preorder) noexcept
 {
     using item = build_item<D>;
     dense1D<item> a, b;
@@ -79,6 +85,7 @@ bool build_top_down(kd_tree<D>& tree, const unsigned* list, std::size_t m) noexc
         unsigned lo, hi, axis, in_b;
     };
     small_stack<task> stack;
+    if (preorder) preorder[0] = 0;
     if (m > 1) stack.push(task{0, unsigned(m), 0, 0});
     while (!stack.empty())
     {
@@ -102,6 +109,12 @@ bool build_top_down(kd_tree<D>& tree, const unsigned* list, std::size_t m) noexc
         const unsigned mid = w.lo + 1 + less, next = w.axis + 1 == D ? 0 : w.axis + 1;
         if (less) t[1] = dst[w.lo + 1].rank;
         if (mid < w.hi) t[2] = dst[mid].rank;
+        if (preorder)
+        {
+            // Each range's first node is its subtree's root, at its final position.
+            if (less) preorder[dst[w.lo + 1].rank] = w.lo + 1;
+            if (mid < w.hi) preorder[dst[mid].rank] = mid;
+        }
         // Ranges of one node are leaves already; a failed push is impossible below the inline
         // size and the heap part only grows with the depth.
         if ((w.hi - mid > 1 && !stack.push(task{mid, w.hi, next, !w.in_b})) ||
@@ -128,16 +141,38 @@ unsigned kd_insert(kd_tree<D>& tree, const unsigned* list, std::size_t n) noexce
     for (std::size_t k = 0; k < n; ++k)
         if (work[k] < cols) work[m++] = work[k];
     if (m == 0) return 0;
-    if (tree.size() == 0 && m < undefined_index && build_top_down(tree, work.data(), m))
-        return unsigned(m);
+    if (tree.size() == 0 && m < undefined_index)
+    {
+        dense1D<unsigned> preorder;
+        const bool index = tree.indexed && m >= min_indexed && preorder.resize(m);
+        if (build_top_down(tree, work.data(), m, index ? preorder.data() : nullptr))
+        {
+            if (index) kd_cells_build(tree, preorder.data());
+            return unsigned(m);
+        }
+    }
     unsigned added = 0;
     for (std::size_t k = 0; k < m; ++k)
         added += insert_one(tree, work[k]);
+    // The index is rebuilt once the nodes it misses reach an eighth of those it holds; until
+    // then the tree answers alone.
+    const unsigned total = tree.size(), covered = tree.cells.covered;
+    if (tree.indexed && added && total >= min_indexed &&
+        std::size_t(total - covered) * 8 >= covered)
+        kd_cells_build(tree, nullptr);
     return added;
 }
 
 template <unsigned D>
 unsigned kd_closest(const kd_tree<D>& tree, const double* P, unsigned exclude) noexcept
+{
+    unsigned found;
+    if (tree.indexed && kd_cells_closest(tree, P, exclude, found)) return found;
+    return kd_closest_walk(tree, P, exclude);
+}
+
+template <unsigned D>
+unsigned kd_closest_walk(const kd_tree<D>& tree, const double* P, unsigned exclude) noexcept
 {
     if (tree.size() == 0) return undefined_index;
     const unsigned* T = tree.nodes.data();
@@ -150,9 +185,7 @@ unsigned kd_closest(const kd_tree<D>& tree, const double* P, unsigned exclude) n
     {
         const unsigned* t = T + std::size_t(k) * ld;
         const double* q = pos.col(t[0]);
-        double d2 = 0.0;
-        for (unsigned i = 0; i < D; ++i)
-            d2 += (q[i] - P[i]) * (q[i] - P[i]);
+        const double d2 = kd_dist2<D>(q, P);
         if (d2 < best2 && t[0] != exclude)
         {
             best2 = d2;
@@ -183,10 +216,7 @@ unsigned kd_closest(const kd_tree<D>& tree, const double* P, unsigned exclude) n
             inside = inside && q[i] >= P[i] - r && !(q[i] > P[i] + r);
         if (inside && t[0] != exclude)
         {
-            double d2 = 0.0;
-            for (unsigned i = 0; i < D; ++i)
-                d2 += (q[i] - P[i]) * (q[i] - P[i]);
-            const double d = std::sqrt(d2);
+            const double d = std::sqrt(kd_dist2<D>(q, P));
             if (d < r)
             {
                 r = d;
@@ -221,6 +251,8 @@ template unsigned kd_insert<2>(kd_tree<2>&, const unsigned*, std::size_t) noexce
 template unsigned kd_insert<3>(kd_tree<3>&, const unsigned*, std::size_t) noexcept;
 template unsigned kd_closest<2>(const kd_tree<2>&, const double*, unsigned) noexcept;
 template unsigned kd_closest<3>(const kd_tree<3>&, const double*, unsigned) noexcept;
+template unsigned kd_closest_walk<2>(const kd_tree<2>&, const double*, unsigned) noexcept;
+template unsigned kd_closest_walk<3>(const kd_tree<3>&, const double*, unsigned) noexcept;
 
 } // namespace detail
 
@@ -269,6 +301,15 @@ node_detector& node_detector::operator=(const node_detector& other) noexcept
             delete t;
             return;
         }
+        t->indexed = src->indexed;
+        t->cells.off = src->cells.off;
+        if (src->cells.covered)
+        {
+            // Without memory for the index the copy is answered by its tree alone.
+            t->cells = src->cells;
+            if (!t->cells.start.copy(src->cells.start) || !t->cells.entry.copy(src->cells.entry))
+                t->cells.covered = 0;
+        }
         dst = t;
     };
     copy_tree(other.m_tree2, m_tree2);
@@ -301,6 +342,7 @@ int node_detector::rebuild(const dense2D<double>& pos, const unsigned* list, std
     auto* tree = new (std::nothrow) detail::kd_tree<D>;
     if (!tree) return -199;
     tree->pos = &pos;
+    tree->indexed = true;
     if (!tree->nodes.reserve(3, n))
     {
         delete tree;
@@ -403,11 +445,13 @@ void node_detector::find_in_box(const vector_fixed<double, 2>& Pmin,
                                 dense1D<unsigned>& nodes) const noexcept
 {
     auto append = [&nodes](unsigned i) { return nodes.push_back(i); };
-    if (m_tree2) detail::kd_box(*m_tree2, Pmin.data(), Pmax.data(), append);
+    if (m_tree2 && !detail::kd_cells_box(*m_tree2, Pmin.data(), Pmax.data(), nodes))
+        detail::kd_box(*m_tree2, Pmin.data(), Pmax.data(), append);
     if (m_tree3)
     {
         const double lo[3] = {Pmin[0], Pmin[1], 0.0}, hi[3] = {Pmax[0], Pmax[1], 0.0};
-        detail::kd_box(*m_tree3, lo, hi, append);
+        if (!detail::kd_cells_box(*m_tree3, lo, hi, nodes))
+            detail::kd_box(*m_tree3, lo, hi, append);
     }
 }
 
@@ -416,8 +460,14 @@ void node_detector::find_in_box(const vector_fixed<double, 3>& Pmin,
                                 dense1D<unsigned>& nodes) const noexcept
 {
     auto append = [&nodes](unsigned i) { return nodes.push_back(i); };
-    if (m_tree2) detail::kd_box(*m_tree2, Pmin.data(), Pmax.data(), append);
-    if (m_tree3) detail::kd_box(*m_tree3, Pmin.data(), Pmax.data(), append);
+    if (m_tree2)
+    {
+        const double lo[2] = {Pmin[0], Pmin[1]}, hi[2] = {Pmax[0], Pmax[1]};
+        if (!detail::kd_cells_box(*m_tree2, lo, hi, nodes))
+            detail::kd_box(*m_tree2, lo, hi, append);
+    }
+    if (m_tree3 && !detail::kd_cells_box(*m_tree3, Pmin.data(), Pmax.data(), nodes))
+        detail::kd_box(*m_tree3, Pmin.data(), Pmax.data(), append);
 }
 
 } // namespace qx7::meshutil

@@ -373,3 +373,217 @@ TEST(node_detector, sorted_and_coincident_inputs_stay_searchable)
     EXPECT_EQ(found.size(), 3000u);
     EXPECT_NE(chain.find_closest(7u), undefined_index);
 }
+
+namespace
+{
+
+enum class cloud
+{
+    uniform,
+    lattice, // exact ties everywhere
+    flat,    // 3-D nodes on the plane z = 0.5
+    shell,   // a sphere's surface: most cells empty
+    far      // uniform, with a few far outliers stretching the grid
+};
+
+dense2D<double> cloud_points(unsigned rows, unsigned n, unsigned seed, cloud kind)
+{
+    dense2D<double> pos = random_points(rows, n, seed, kind == cloud::lattice);
+    for (unsigned j = 0; j < n; ++j)
+    {
+        double* p = pos.col(j);
+        if (kind == cloud::flat && rows == 3) p[2] = 0.5;
+        if (kind == cloud::shell)
+        {
+            double s = 0;
+            for (unsigned i = 0; i < rows; ++i)
+                s += (p[i] - 0.5) * (p[i] - 0.5);
+            for (unsigned i = 0; i < rows; ++i)
+                p[i] = 0.5 + (p[i] - 0.5) / std::sqrt(s);
+        }
+        if (kind == cloud::far && j % 1000 == 1) p[0] = 1e6;
+    }
+    return pos;
+}
+
+/// The cell index against the literal walk over the same tree: every query it settles has the
+/// walk's answer (nearest node, node form, box hits in pre-order), whatever the input's shape.
+/// Returns the share of the nearest queries inside the cloud's box (off the nodes) it settled.
+template <unsigned D>
+double check_cells_against_walk(unsigned n, unsigned seed, cloud kind)
+{
+    const dense2D<double> pos = cloud_points(D, n, seed, kind);
+    std::vector<unsigned> list;
+    for (unsigned j = 0; j < n; ++j)
+        list.push_back(j);
+    for (unsigned j = 0; j < n; j += 11)
+        list.push_back(j); // duplicates: two tree nodes of one mesh index
+    meshutil::detail::kd_tree<D> tree;
+    tree.pos = &pos;
+    tree.indexed = true;
+    meshutil::detail::kd_insert(tree, list.data(), list.size());
+    // Whatever kd_insert chose, rebuild through the tree walk's pre-order: both must agree.
+    const std::vector<unsigned> entries(tree.cells.entry.begin(), tree.cells.entry.end());
+    meshutil::detail::kd_cells_build(tree, nullptr);
+    if (!entries.empty())
+    {
+        EXPECT_EQ(entries, std::vector<unsigned>(tree.cells.entry.begin(), tree.cells.entry.end()));
+    }
+    EXPECT_TRUE(tree.cells.ready(tree.size()));
+    const std::vector<unsigned> T = table_of(tree);
+
+    std::mt19937 gen(seed + 7);
+    auto coord = [&](unsigned i)
+    {
+        const double u = double(gen()) / 4294967296.0 * 1.2 - 0.1; // some queries outside
+        if (kind == cloud::lattice) return double(gen() % 9) * 0.125 - 0.25;
+        return (kind == cloud::flat && i == 2 && gen() % 2) ? 0.5 : u;
+    };
+    unsigned settled = 0, eligible = 0, queries = 400;
+    for (unsigned q = 0; q < queries; ++q)
+    {
+        double P[D];
+        for (unsigned i = 0; i < D; ++i)
+            P[i] = coord(i);
+        if (q % 10 == 0) // on a node
+        {
+            const double* node = pos.col(gen() % n);
+            std::copy(node, node + D, P);
+        }
+        bool inside = q % 10 != 0; // off the nodes, inside the cloud's box
+        for (unsigned i = 0; i < D; ++i)
+            inside = inside && P[i] > 0.0 && P[i] < 1.0;
+        eligible += inside;
+        unsigned got;
+        if (meshutil::detail::kd_cells_closest(tree, P, undefined_index, got))
+        {
+            settled += inside;
+            literal_search<D> ref{pos, T, P, undefined_index, 0, 0};
+            EXPECT_EQ(got, ref.run()) << "query " << q;
+        }
+        const unsigned self = gen() % n;
+        if (meshutil::detail::kd_cells_closest(tree, pos.col(self), self, got))
+        {
+            literal_search<D> ref{pos, T, pos.col(self), self, 0, 0};
+            EXPECT_EQ(got, ref.run()) << "node " << self;
+        }
+        double lo[D], hi[D];
+        for (unsigned i = 0; i < D; ++i)
+        {
+            const double h = double(gen() % 4) * 0.02;
+            lo[i] = P[i] - h;
+            hi[i] = P[i] + h;
+        }
+        dense1D<unsigned> box(1, 12345u); // results are appended
+        if (meshutil::detail::kd_cells_box(tree, lo, hi, box))
+        {
+            std::vector<unsigned> ref_box{12345u};
+            literal_box<D>(pos, T, 0, 0, lo, hi, ref_box);
+            EXPECT_EQ(std::vector<unsigned>(box.begin(), box.end()), ref_box) << "box " << q;
+        }
+        else
+            EXPECT_EQ(box.size(), 1u);
+    }
+    return double(settled) / eligible;
+}
+
+} // namespace
+
+TEST(node_detector, cell_index_answers_as_the_tree_walk)
+{
+    for (cloud kind : {cloud::uniform, cloud::lattice, cloud::flat, cloud::shell, cloud::far})
+    {
+        SCOPED_TRACE(int(kind));
+        const double share2 = check_cells_against_walk<2>(3000, 3, kind);
+        const double share3 = check_cells_against_walk<3>(5000, 4, kind);
+        if (kind == cloud::uniform)
+        {
+            // The index must really serve well-spread input, or it is only overhead.
+            EXPECT_GT(share2, 0.95);
+            EXPECT_GT(share3, 0.95);
+        }
+    }
+}
+
+TEST(node_detector, cell_index_leaves_non_finite_input_to_the_tree)
+{
+    dense2D<double> pos = random_points(3, 5000, 8, false);
+    pos(1, 77) = NAN;
+    node_detector nd(pos);
+    // A NaN node hides the less side of its subtree from box searches: the walk's answer, kept.
+    meshutil::detail::kd_tree<3> tree;
+    tree.pos = &pos;
+    tree.indexed = true;
+    std::vector<unsigned> list(5000);
+    for (unsigned j = 0; j < 5000; ++j)
+        list[j] = j;
+    meshutil::detail::kd_insert(tree, list.data(), list.size());
+    EXPECT_FALSE(tree.cells.ready(tree.size()));
+    const std::vector<unsigned> T = table_of(tree);
+    const double lo[3] = {0.2, 0.2, 0.2}, hi[3] = {0.6, 0.6, 0.6};
+    std::vector<unsigned> ref;
+    literal_box<3>(pos, T, 0, 0, lo, hi, ref);
+    dense1D<unsigned> got;
+    nd.find_in_box(vector_fixed<double, 3>(0.2, 0.2, 0.2), vector_fixed<double, 3>(0.6, 0.6, 0.6),
+                   got);
+    EXPECT_EQ(std::vector<unsigned>(got.begin(), got.end()), ref);
+    // A NaN query and a NaN box go to the tree on an indexed detector as well.
+    dense2D<double> fine = random_points(3, 5000, 9, false);
+    node_detector good(fine);
+    meshutil::detail::kd_tree<3> plain;
+    plain.pos = &fine;
+    meshutil::detail::kd_insert(plain, list.data(), list.size());
+    const double P[3] = {0.5, NAN, 0.5};
+    EXPECT_EQ(good.find_closest(vector_fixed<double, 3>(P[0], P[1], P[2])),
+              meshutil::detail::kd_closest_walk(plain, P, undefined_index));
+    dense1D<unsigned> none;
+    good.find_in_box(vector_fixed<double, 3>(0.0, NAN, 0.0), vector_fixed<double, 3>(1.0, 1.0, 1.0),
+                     none);
+    EXPECT_EQ(none.size(), 0u);
+}
+
+TEST(node_detector, indexed_detector_matches_brute_force_and_survives_growth_and_copies)
+{
+    // Past the indexing threshold, through the public interface: nearest at the brute-force
+    // distance, box hits as brute force; then grown by small inserts and copied.
+    dense2D<double> pos = random_points(3, 20000, 12, false);
+    dense1D<unsigned> first(12000);
+    for (unsigned j = 0; j < 12000; ++j)
+        first[j] = j;
+    node_detector nd(pos, first);
+    std::mt19937 gen(3);
+    auto check = [&](const node_detector& d, unsigned inserted)
+    {
+        for (unsigned q = 0; q < 100; ++q)
+        {
+            const double P[3] = {double(gen()) / 4294967296.0, double(gen()) / 4294967296.0,
+                                 double(gen()) / 4294967296.0};
+            const unsigned got = d.find_closest(vector_fixed<double, 3>(P[0], P[1], P[2]));
+            double dmin = INFINITY;
+            for (unsigned j = 0; j < inserted; ++j)
+                dmin = std::min(dmin, distance<3>(pos, j, P));
+            ASSERT_LT(got, inserted);
+            ASSERT_EQ(distance<3>(pos, got, P), dmin);
+            dense1D<unsigned> box;
+            d.find_in_box(vector_fixed<double, 3>(P[0] - 0.05, P[1] - 0.05, P[2] - 0.05),
+                          vector_fixed<double, 3>(P[0] + 0.05, P[1] + 0.05, P[2] + 0.05), box);
+            unsigned brute = 0;
+            for (unsigned j = 0; j < inserted; ++j)
+                brute += std::fabs(pos(0, j) - P[0]) <= 0.05 &&
+                         std::fabs(pos(1, j) - P[1]) <= 0.05 && std::fabs(pos(2, j) - P[2]) <= 0.05;
+            ASSERT_EQ(box.size(), brute);
+        }
+    };
+    check(nd, 12000);
+    for (unsigned j = 12000; j < 20000; j += 500)
+    {
+        dense1D<unsigned> more(500);
+        for (unsigned k = 0; k < 500; ++k)
+            more[k] = j + k;
+        ASSERT_EQ(nd.insert(more), 500u);
+        check(nd, j + 500);
+    }
+    node_detector copy(nd);
+    nd.clear();
+    check(copy, 20000);
+}
