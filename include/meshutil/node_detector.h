@@ -31,6 +31,18 @@ struct kd_tree;
 /// be inserted several times (each insertion is a tree node). There is no removal, so no free
 /// list of table columns is kept.
 ///
+/// Besides the tree, a detector of 4096 tree nodes or more keeps a cell index: a uniform grid
+/// over the inserted nodes' bounding box, about two nodes per cell, listing each tree node's mesh
+/// index and pre-order rank (8 bytes per tree node plus 4 per cell; no coordinates). It answers
+/// a query without walking the tree only when its answer is provably the walk's: for a nearest
+/// query, a single mesh index at the smallest distance (computed as the walk computes it) lying
+/// clear, by far more than rounding, of the walk's box and pruning tests; for a box query, any
+/// box, since the walk visits every node inside it, the hits being listed in the walk's
+/// pre-order. Ties, non-finite coordinates (a NaN node switches the index off for good), points
+/// far outside the nodes' box and crowded cells are left to the tree, so results never depend on
+/// the index. An insert into an indexed tree rebuilds the index once the nodes it lacks reach an
+/// eighth of those it lists; until then the tree answers alone.
+///
 /// Queries are const and may run concurrently; a 2-D query on a 3-D detector uses z = 0 (a 2-D
 /// box becomes the box with z in [0, 0]), a 3-D query on a 2-D detector drops z. Nothing is
 /// thrown.
@@ -91,7 +103,8 @@ public:
     /// @return the mesh index; ~0u when the detector is empty. (The walk keeps its pending
     ///         branches on a stack of 256 entries, then on the heap; should that fail to grow,
     ///         the best node found so far is returned.)
-    /// Complexity: O(log n) expected time for well-spread nodes.
+    /// Complexity: O(1) expected time through the cell index for well-spread nodes, O(log n)
+    /// expected through the tree.
     unsigned find_closest(const vector_fixed<double, 2>& P) const noexcept;
     /// 3-D point form. @return the mesh index; ~0u when the detector is empty.
     unsigned find_closest(const vector_fixed<double, 3>& P) const noexcept;
@@ -104,10 +117,11 @@ public:
     /// Appends to nodes (not cleared) the inserted nodes in the closed box [Pmin, Pmax], in
     /// pre-order of the tree (node, less side, greater-or-equal side); a node inserted twice is
     /// reported twice; a box with Pmin > Pmax on an axis finds nothing.
-    /// Complexity: O(sqrt(n) + hits) for a well-spread 2-D tree.
+    /// Complexity: O(cells covered + hits) through the cell index (up to 512 cells and 256
+    /// hits), else O(sqrt(n) + hits) for a well-spread 2-D tree.
     void find_in_box(const vector_fixed<double, 2>& Pmin, const vector_fixed<double, 2>& Pmax,
                      dense1D<unsigned>& nodes) const noexcept;
-    /// 3-D box form. Complexity: O(n^(2/3) + hits) for a well-spread tree.
+    /// 3-D box form. Complexity: as the 2-D form, O(n^(2/3) + hits) through the tree.
     void find_in_box(const vector_fixed<double, 3>& Pmin, const vector_fixed<double, 3>& Pmax,
                      dense1D<unsigned>& nodes) const noexcept;
 
