@@ -1,6 +1,5 @@
 // The subcommands: info, convert, quality, boundary, sizes, demo, generate.
 #include "cli.h"
-#include "wired.h"
 
 #include <algorithm>
 #include <array>
@@ -181,7 +180,6 @@ void bounding_box(const mesh& m, mesh_report& r)
     r.has_box = true;
 }
 
-#if CLI_HAS_NEIGHBORS
 /// Free and non-manifold boundaries and subdomains of the principal elements. A boundary is free
 /// when one element only has it, non-manifold when three or more share it: the neighbour matrix
 /// that links non-manifold boundaries differs there from the one that leaves them open.
@@ -223,19 +221,15 @@ int connectivity_report(const mesh& m, mesh_report& r)
     }
     std::sort(shared.begin(), shared.end());
     r.nonmanifold = std::size_t(std::unique(shared.begin(), shared.end()) - shared.begin());
-#if CLI_HAS_SUBDOMAINS
     dense1D<unsigned> order, first;
     code = mu::get_subdomains(linked, order, first);
     if (code < 0) return fail_call("cannot find subdomains", "get_subdomains", code);
     r.subdomains = first.size() ? first.size() - 1 : 0;
     r.has_subdomains = true;
-#endif
     r.has_connectivity = true;
     return exit_ok;
 }
-#endif
 
-#if CLI_HAS_EDITING
 int editing_report(const mesh& m, mesh_report& r)
 {
     block_range range(m);
@@ -256,9 +250,7 @@ int editing_report(const mesh& m, mesh_report& r)
     r.has_editing = true;
     return exit_ok;
 }
-#endif
 
-#if CLI_HAS_QUALITY
 /// Shape qualities of every element, in element order (blocks in order).
 int qualities(const mesh& m, dense1D<double>& q)
 {
@@ -335,7 +327,6 @@ int quality_report(const mesh& m, mesh_report& r)
     r.has_edges = true;
     return exit_ok;
 }
-#endif
 
 void print_report_text(const std::string& path, format f, const mesh_report& r)
 {
@@ -470,21 +461,15 @@ int cmd_info(const context& ctx)
     r.dim = m.pos.rows();
     count_types(m, r);
     bounding_box(m, r);
-#if CLI_HAS_NEIGHBORS
     {
         progress step(ctx, "neighbours and subdomains", m.nbr_elements() * 8);
         if (int code = connectivity_report(m, r)) return code;
     }
-#endif
-#if CLI_HAS_EDITING
     if (int code = editing_report(m, r)) return code;
-#endif
-#if CLI_HAS_QUALITY
     {
         progress step(ctx, "qualities and edges", m.nbr_elements() * 8);
         if (int code = quality_report(m, r)) return code;
     }
-#endif
     if (ctx.json)
         print_report_json(ctx.args[0], f, r);
     else
@@ -507,7 +492,6 @@ int cmd_convert(const context& ctx)
     if (!read_input(ctx, m, fi)) return exit_failure;
     if (tol >= 0)
     {
-#if CLI_HAS_EDITING
         progress step(ctx, "merging nodes", m.pos.cols() * 8);
         block_range range(m);
         dense1D<unsigned> map;
@@ -531,9 +515,6 @@ int cmd_convert(const context& ctx)
                         plural(std::size_t(merged), "node", "nodes").c_str(),
                         plural(removed, "collapsed element", "collapsed elements").c_str(),
                         plural(std::size_t(dropped), "unused node", "unused nodes").c_str());
-#else
-        return fail("--merge is not available in this build");
-#endif
     }
     if (!write_mesh(ctx, out, fo, m, ctx.flag("--binary"))) return exit_failure;
     if (!ctx.quiet)
@@ -550,7 +531,6 @@ int cmd_quality(const context& ctx)
     unsigned worst = 10;
     if (ctx.has("--worst") && !parse_count(ctx.value("--worst"), 0, ~0u, worst))
         return fail_usage(ctx.command, "--worst needs a count");
-#if CLI_HAS_QUALITY
     const std::string sol = ctx.value("--sol");
     mesh m;
     format f;
@@ -597,12 +577,8 @@ int cmd_quality(const context& ctx)
             for (std::size_t i = 0; i < c.rows(); ++i)
                 if (p[i] < nodal.size()) nodal[p[i]] = std::min(nodal[p[i]], q[e]);
         }
-#if CLI_WRITES_MEDIT
         int code = mu::medit_scalar(sol.c_str(), unsigned(m.pos.rows()), nodal);
         if (code < 0) return fail_call("cannot write '" + sol + "'", "medit_scalar", code);
-#else
-        return fail("--sol is not available in this build");
-#endif
     }
 
     auto element_json = [&](json_writer& j, std::size_t e)
@@ -661,9 +637,6 @@ int cmd_quality(const context& ctx)
     }
     if (!sol.empty()) std::printf("wrote %s (worst quality at every node)\n", sol.c_str());
     return exit_ok;
-#else
-    return fail("quality is not available in this build (no shape_qualities)");
-#endif
 }
 
 // ------------------------------------------------------------------------------------ boundary
@@ -671,7 +644,6 @@ int cmd_quality(const context& ctx)
 namespace
 {
 
-#if CLI_HAS_MESH_BOUNDARIES
 /// The free boundary of the principal elements as a mesh over the same nodes (unused nodes
 /// dropped when the library can); false after printing the error.
 bool free_boundary(const mesh& m, mesh& out, std::size_t& count)
@@ -710,21 +682,17 @@ bool free_boundary(const mesh& m, mesh& out, std::size_t& count)
              : p.type == mu::EL_HEXA8 ? mu::EL_QUAD4
                                       : mu::EL_FACE_MIX;
     b.connectM = bnd;
-#if CLI_HAS_EDITING
     if (!out.pos.copy(m.pos))
         return fail(std::string("cannot copy the nodes") + ": out of memory"), false;
     int dropped = mu::simplify(out.pos, b.connectM, 0u);
     if (dropped < 0) return fail_call("cannot drop unused nodes", "simplify", dropped), false;
-#endif
     return true;
 }
-#endif
 
 } // namespace
 
 int cmd_boundary(const context& ctx)
 {
-#if CLI_HAS_MESH_BOUNDARIES
     const std::string& out = ctx.args[1];
     format fo = output_format(ctx, out);
     if (fo == format::none) return exit_failure;
@@ -745,10 +713,6 @@ int cmd_boundary(const context& ctx)
                         plural(bm.pos.cols(), "node", "nodes").c_str());
     }
     return exit_ok;
-#else
-    (void)ctx;
-    return fail("boundary is not available in this build (no get_mesh_boundaries)");
-#endif
 }
 
 // ------------------------------------------------------------------------------------ sizes
@@ -795,7 +759,6 @@ struct size_summary
     return s;
 }
 
-#if CLI_HAS_SIZE_GENERATION && CLI_WRITES_MEDIT
 /// The pipeline: size field from edge lengths, gradation bounded, mesh and field written.
 /// Prints each step; returns an exit code.
 int run_sizes(const context& ctx, const mesh& m, const size_options& o, const std::string& out,
@@ -814,7 +777,6 @@ int run_sizes(const context& ctx, const mesh& m, const size_options& o, const st
     std::printf("%ssize field     p = %s: min %s  mean %s  max %s\n", indent,
                 o.p == DBL_MAX ? "max" : fmt(o.p).c_str(), fmt(s0.min).c_str(),
                 fmt(s0.mean).c_str(), fmt(s0.max).c_str());
-#if CLI_HAS_GRADATION
     if (o.g != DBL_MAX)
     {
         progress step(ctx, "gradation", p.connectM.size() * 16);
@@ -832,9 +794,6 @@ int run_sizes(const context& ctx, const mesh& m, const size_options& o, const st
                     plural(std::size_t(modified), "node", "nodes").c_str(), fmt(s1.min).c_str(),
                     fmt(s1.mean).c_str(), fmt(s1.max).c_str());
     }
-#else
-    if (o.g != DBL_MAX) std::printf("%sgradation      not available in this build\n", indent);
-#endif
     if (!write_mesh(ctx, out, fo, m, false)) return exit_failure;
     code = mu::medit_scalar(sol.c_str(), unsigned(m.pos.rows()), sizes);
     if (code < 0) return fail_call("cannot write '" + sol + "'", "medit_scalar", code);
@@ -842,7 +801,6 @@ int run_sizes(const context& ctx, const mesh& m, const size_options& o, const st
                 format_name(fo), sol.c_str());
     return exit_ok;
 }
-#endif
 
 [[maybe_unused]] std::string replace_extension(const std::string& path, const char* ext)
 {
@@ -878,7 +836,6 @@ int cmd_sizes(const context& ctx)
         o.direction = 0;
     else
         return fail_usage(ctx.command, "--direction is 'down', 'up' or 'free'");
-#if CLI_HAS_SIZE_GENERATION && CLI_WRITES_MEDIT
     const std::string& out = ctx.args[1];
     format fo = output_format(ctx, out);
     if (fo == format::none) return exit_failure;
@@ -889,9 +846,6 @@ int cmd_sizes(const context& ctx)
     std::printf("%s: %s, %s\n", ctx.args[0].c_str(), plural(m.pos.cols(), "node", "nodes").c_str(),
                 plural(m.nbr_elements(), "element", "elements").c_str());
     return run_sizes(ctx, m, o, out, fo, sol, "");
-#else
-    return fail("sizes is not available in this build (no metrics_gen_iso)");
-#endif
 }
 
 // ------------------------------------------------------------------------------------ demo
@@ -945,7 +899,6 @@ int cmd_demo(const context& ctx)
     std::printf("  generated      tetrahedral cube, %u cells a side: %s, %s\n", n,
                 plural(m.pos.cols(), "node", "nodes").c_str(),
                 plural(m.nbr_elements(), "tetrahedron", "tetrahedra").c_str());
-#if CLI_HAS_QUALITY
     {
         dense1D<double> q;
         if (int code = qualities(m, q)) return code;
@@ -954,8 +907,6 @@ int cmd_demo(const context& ctx)
         std::printf("  shape quality  min %s  mean %s  max %s\n", fmt(h.min()).c_str(),
                     fmt(h.mean()).c_str(), fmt(h.max()).c_str());
     }
-#endif
-#if CLI_HAS_NEIGHBORS
     {
         mesh_report r;
         if (int code = connectivity_report(m, r)) return code;
@@ -965,27 +916,9 @@ int cmd_demo(const context& ctx)
             std::printf(", %s", plural(r.subdomains, "subdomain", "subdomains").c_str());
         std::printf("\n");
     }
-#endif
     const std::string out = dir + "/cube.mesh";
-#if CLI_HAS_SIZE_GENERATION && CLI_WRITES_MEDIT
     if (int code = run_sizes(ctx, m, size_options{}, out, format::medit, dir + "/cube.sol", "  "))
         return code;
-#else
-    // Without the size functions the demo writes the mesh with the first writer available.
-    const format order[] = {format::medit,   format::vtk, format::stl,  format::nastran,
-                            format::ensight, format::obj, format::femap};
-    const char* const ext[] = {".mesh", ".vtk", ".stl", ".nas", ".geo", ".obj", ".neu"};
-    bool written = false;
-    for (std::size_t k = 0; k < 7 && !written; ++k)
-    {
-        if (!format_writable(order[k]) || order[k] == format::stl) continue;
-        std::string path = dir + "/cube" + ext[k];
-        if (!write_mesh(ctx, path, order[k], m, false)) return exit_failure;
-        std::printf("  wrote          %s (%s)\n", path.c_str(), format_name(order[k]));
-        written = true;
-    }
-    if (!written) std::printf("  (no mesh writer in this build: nothing written)\n");
-#endif
     if (format_readable(format::medit)) std::printf("next: meshutil info %s\n", out.c_str());
     return exit_ok;
 }

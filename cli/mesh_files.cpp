@@ -1,7 +1,6 @@
 // The in-memory mesh of the tool and its files: format table, reading and writing through the
 // library's readers and writers.
 #include "cli.h"
-#include "wired.h"
 
 #include <algorithm>
 #include <cctype>
@@ -166,14 +165,13 @@ struct format_entry
 };
 
 const format_entry formats[] = {
-    {format::medit, "medit", " medit mesh ", " .mesh ", CLI_READS_MEDIT, CLI_WRITES_MEDIT},
-    {format::vtk, "vtk", " vtk ", " .vtk ", false, CLI_WRITES_VTK},
-    {format::stl, "stl", " stl ", " .stl ", CLI_READS_STL, CLI_WRITES_STL},
-    {format::nastran, "nastran", " nastran nas bdf ", " .nas .bdf ", CLI_READS_NASTRAN,
-     CLI_WRITES_NASTRAN},
-    {format::ensight, "ensight", " ensight geo ", " .geo ", false, CLI_WRITES_ENSIGHT},
-    {format::obj, "obj", " obj wavefront ", " .obj ", CLI_READS_OBJ, CLI_WRITES_OBJ},
-    {format::femap, "femap", " femap neu ", " .neu ", CLI_READS_FEMAP, CLI_WRITES_FEMAP},
+    {format::medit, "medit", " medit mesh ", " .mesh ", true, true},
+    {format::vtk, "vtk", " vtk ", " .vtk ", false, true},
+    {format::stl, "stl", " stl ", " .stl ", true, true},
+    {format::nastran, "nastran", " nastran nas bdf ", " .nas .bdf ", true, true},
+    {format::ensight, "ensight", " ensight geo ", " .geo ", false, true},
+    {format::obj, "obj", " obj wavefront ", " .obj ", true, true},
+    {format::femap, "femap", " femap neu ", " .neu ", true, true},
 };
 
 const format_entry* entry(format f)
@@ -331,7 +329,6 @@ bool read_mesh(const context& ctx, const std::string& path, format f, mesh& m)
     const char* function = "";
     switch (f)
     {
-#if CLI_READS_STL
     case format::stl:
     {
         m.blocks.assign(1, block{});
@@ -340,8 +337,6 @@ bool read_mesh(const context& ctx, const std::string& path, format f, mesh& m)
         code = mu::STL_input(path.c_str(), m.pos, m.blocks[0].connectM);
         break;
     }
-#endif
-#if CLI_READS_MEDIT
     case format::medit:
     {
         dense1D<int> vertex_refs;
@@ -353,8 +348,6 @@ bool read_mesh(const context& ctx, const std::string& path, format f, mesh& m)
             if (!connectM[t].empty()) m.blocks.push_back(block{connectM[t], mu::element_type(t)});
         break;
     }
-#endif
-#if CLI_READS_NASTRAN
     case format::nastran:
     {
         dense2D<unsigned> all;
@@ -366,8 +359,6 @@ bool read_mesh(const context& ctx, const std::string& path, format f, mesh& m)
         if (code == 0 && !split_groups(all, first, types, m)) code = -199;
         break;
     }
-#endif
-#if CLI_READS_FEMAP
     case format::femap:
     {
         dense2D<unsigned> all;
@@ -378,8 +369,6 @@ bool read_mesh(const context& ctx, const std::string& path, format f, mesh& m)
         if (code == 0 && !split_groups(all, first, types, m)) code = -199;
         break;
     }
-#endif
-#if CLI_READS_OBJ
     case format::obj:
     {
         block faces, edges;
@@ -391,7 +380,6 @@ bool read_mesh(const context& ctx, const std::string& path, format f, mesh& m)
         if (!edges.connectM.empty()) m.blocks.push_back(edges);
         break;
     }
-#endif
     default:
         fail(std::string("the ") + format_name(f) + " format cannot be read by this build");
         return false;
@@ -452,7 +440,6 @@ namespace
     return true;
 }
 
-#if CLI_WRITES_STL
 /// The triangles of the surface blocks: triangles as they are, quadrangles split along the
 /// diagonal from their first node, mixed faces by shape; quadratic faces by their corners.
 bool surface_triangles(const mesh& m, dense2D<unsigned>& tria)
@@ -485,7 +472,6 @@ bool surface_triangles(const mesh& m, dense2D<unsigned>& tria)
     }
     return tria.resize(3, j);
 }
-#endif
 
 } // namespace
 
@@ -499,25 +485,18 @@ bool write_mesh(const context& ctx, const std::string& path, format f, const mes
     const char* function = "";
     switch (f)
     {
-#if CLI_WRITES_MEDIT
     case format::medit:
         function = "medit_output";
         code = mu::medit_output(path.c_str(), m.pos, range.first(), range.last(), range.types);
         break;
-#endif
-#if CLI_WRITES_VTK
     case format::vtk:
         function = "vtk_output";
         code = mu::vtk_output(path.c_str(), m.pos, range.first(), range.last(), range.types);
         break;
-#endif
-#if CLI_WRITES_ENSIGHT
     case format::ensight:
         function = "ensight_output";
         code = mu::ensight_output(path.c_str(), m.pos, range.first(), range.last(), range.types);
         break;
-#endif
-#if CLI_WRITES_NASTRAN
     case format::nastran:
     {
         dense2D<unsigned> all;
@@ -528,8 +507,6 @@ bool write_mesh(const context& ctx, const std::string& path, format f, const mes
         code = mu::NASTRAN_output(path.c_str(), m.pos, all, first, types, pids);
         break;
     }
-#endif
-#if CLI_WRITES_FEMAP
     case format::femap:
     {
         dense2D<unsigned> all;
@@ -540,8 +517,6 @@ bool write_mesh(const context& ctx, const std::string& path, format f, const mes
         code = mu::FEMAP_output(path.c_str(), m.pos, all, first, types, pids);
         break;
     }
-#endif
-#if CLI_WRITES_OBJ
     case format::obj:
         if (m.top_dim() == 3)
         {
@@ -553,8 +528,6 @@ bool write_mesh(const context& ctx, const std::string& path, format f, const mes
         code =
             mu::WavefrontOBJ_output(path.c_str(), m.pos, range.first(), range.last(), range.types);
         break;
-#endif
-#if CLI_WRITES_STL
     case format::stl:
     {
         dense2D<unsigned> tria;
@@ -569,7 +542,6 @@ bool write_mesh(const context& ctx, const std::string& path, format f, const mes
         code = mu::STL_output(path.c_str(), m.pos, tria, !binary);
         break;
     }
-#endif
     default:
         fail(std::string("the ") + format_name(f) + " format cannot be written by this build");
         return false;
