@@ -312,19 +312,8 @@ int NASTRAN_input(const char* filename, dense2D<double>& pos, dense2D<unsigned>&
                   dense1D<unsigned>& first, dense1D<int>& types, dense1D<unsigned>& PIDs,
                   dense1D<unsigned>& node_IDs, dense1D<unsigned>& element_IDs) noexcept
 {
-    pos.clear(), connectM.clear(), first.clear(), types.clear();
-    PIDs.clear(), node_IDs.clear(), element_IDs.clear();
-    nastran_reader r{{}, pos, node_IDs, {}};
-    int rc = r.run(filename);
-    if (rc == 0)
-        rc = detail::assemble_elements(r.elements, node_IDs, connectM, first, types, PIDs,
-                                       element_IDs);
-    if (rc)
-    {
-        pos.clear(), connectM.clear(), first.clear(), types.clear();
-        PIDs.clear(), node_IDs.clear(), element_IDs.clear();
-    }
-    return rc;
+    return detail::read_grouped<nastran_reader>(filename, pos, connectM, first, types, PIDs,
+                                                node_IDs, element_IDs);
 }
 
 } // namespace qx7::meshutil

@@ -142,6 +142,28 @@ inline int assemble_elements(const element_records& rec, const dense1D<unsigned>
     return 0;
 }
 
+/// The grouped readers' frame: empties every output, runs the reader (built from pos and
+/// node_IDs, which it fills, and collecting element records), assembles the groups, and on any
+/// error empties every output again. Returns the reader's or the assembly's code.
+template <class Reader>
+int read_grouped(const char* filename, dense2D<double>& pos, dense2D<unsigned>& connectM,
+                 dense1D<unsigned>& first, dense1D<int>& types, dense1D<unsigned>& PIDs,
+                 dense1D<unsigned>& node_IDs, dense1D<unsigned>& element_IDs) noexcept
+{
+    auto clear_all = [&]
+    {
+        pos.clear(), connectM.clear(), first.clear(), types.clear();
+        PIDs.clear(), node_IDs.clear(), element_IDs.clear();
+    };
+    clear_all();
+    Reader r{{}, pos, node_IDs, {}};
+    int rc = r.run(filename);
+    if (rc == 0)
+        rc = assemble_elements(r.elements, node_IDs, connectM, first, types, PIDs, element_IDs);
+    if (rc) clear_all();
+    return rc;
+}
+
 /// Grid order of NASTRAN cards (card grid p is local node order[p]), from the writer's table;
 /// sets count to the number of grids. EL_NODE and EL_EDGE_MIX take their nodes in order; the
 /// other types without a card give count 0.
