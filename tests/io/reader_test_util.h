@@ -6,6 +6,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <meshutil/elements.h>
+#include <meshutil/io.h>
 #include <numeric>
 #include <random>
 #include <sstream>
@@ -167,5 +168,33 @@ void expect_groups(const grouped_sample& s, const std::vector<qx7::meshutil::ele
     }
     EXPECT_EQ(kr, types.size());
 }
+
+/// The outputs of a grouped reader (one matrix with type groups) and the reader itself.
+using grouped_reader = int (*)(const char*, qx7::dense2D<double>&, qx7::dense2D<unsigned>&,
+                               qx7::dense1D<unsigned>&, qx7::dense1D<int>&, qx7::dense1D<unsigned>&,
+                               qx7::dense1D<unsigned>&, qx7::dense1D<unsigned>&) noexcept;
+
+template <grouped_reader Read>
+struct grouped_read
+{
+    qx7::dense2D<double> pos;
+    qx7::dense2D<unsigned> connectM;
+    qx7::dense1D<unsigned> first, PIDs, node_IDs, element_IDs;
+    qx7::dense1D<int> types;
+    int read(const std::string& path)
+    {
+        return Read(path.c_str(), pos, connectM, first, types, PIDs, node_IDs, element_IDs);
+    }
+    bool empty() const
+    {
+        return pos.empty() && connectM.empty() && first.empty() && types.empty() && PIDs.empty() &&
+               node_IDs.empty() && element_IDs.empty();
+    }
+    /// Column j's first r rows.
+    std::vector<unsigned> nodes(std::size_t j, std::size_t r) const
+    {
+        return {connectM.col(j), connectM.col(j) + r};
+    }
+};
 
 } // namespace reader_test

@@ -14,22 +14,7 @@ namespace
 {
 const unsigned U = undefined_index;
 
-struct grouped_mesh
-{
-    dense2D<double> pos;
-    dense2D<unsigned> connectM;
-    dense1D<unsigned> first, PIDs, node_IDs, element_IDs;
-    dense1D<int> types;
-    int read(const std::string& path)
-    {
-        return FEMAP_input(path.c_str(), pos, connectM, first, types, PIDs, node_IDs, element_IDs);
-    }
-    bool empty() const
-    {
-        return pos.empty() && connectM.empty() && first.empty() && types.empty() && PIDs.empty() &&
-               node_IDs.empty() && element_IDs.empty();
-    }
-};
+using grouped_mesh = grouped_read<FEMAP_input>;
 
 const char* const header_83 = "   -1\n   100\n<NULL>\n8.3,\n   -1\n";
 const char* const four_nodes = "   -1\n   403\n"

@@ -12,28 +12,9 @@ namespace
 {
 const unsigned U = undefined_index;
 
-struct deck
+struct deck : grouped_read<NASTRAN_input>
 {
-    dense2D<double> pos;
-    dense2D<unsigned> connectM;
-    dense1D<unsigned> first, PIDs, node_IDs, element_IDs;
-    dense1D<int> types;
-    int read(const std::string& path)
-    {
-        return NASTRAN_input(path.c_str(), pos, connectM, first, types, PIDs, node_IDs,
-                             element_IDs);
-    }
     int read_text(const std::string& text) { return read(write_file("deck.nas", text)); }
-    bool empty() const
-    {
-        return pos.empty() && connectM.empty() && first.empty() && types.empty() && PIDs.empty() &&
-               node_IDs.empty() && element_IDs.empty();
-    }
-    /// Column j's first r rows.
-    std::vector<unsigned> nodes(std::size_t j, std::size_t r) const
-    {
-        return {connectM.col(j), connectM.col(j) + r};
-    }
 };
 
 const std::string bulk = "BEGIN BULK\n";
