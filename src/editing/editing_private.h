@@ -142,6 +142,32 @@ struct kd_tree
     unsigned size() const noexcept { return nodes.empty() ? 0u : unsigned(nodes.cols()); }
 };
 
+/// Bounding box of the nodes a cell index will list, and whether all their coordinates suit one.
+struct kd_cells_bounds
+{
+    double lo[3] = {HUGE_VAL, HUGE_VAL, HUGE_VAL};
+    double hi[3] = {-HUGE_VAL, -HUGE_VAL, -HUGE_VAL};
+    bool finite = true;
+
+    template <unsigned D>
+    void add(const double* q) noexcept;
+};
+
+/// Sizes the grid of c for n nodes in box and reserves its tables (c lists nothing yet). false
+/// when no index fits (non-finite or huge coordinates switch it off for good, as does memory for
+/// this build).
+template <unsigned D>
+bool kd_cells_shape(kd_cells<D>& c, const kd_cells_bounds& box, unsigned n) noexcept;
+
+/// Cell of a point in c's grid (clamped to the grid).
+template <unsigned D>
+std::size_t kd_cells_cell(const kd_cells<D>& c, const double* q) noexcept;
+
+/// Lists every tree node in the shaped index: cell[k] and preorder[k] are tree node k's cell and
+/// pre-order rank.
+template <unsigned D>
+void kd_cells_fill(kd_tree<D>& tree, const unsigned* cell, const unsigned* preorder) noexcept;
+
 /// (Re)builds tree.cells over all tree nodes; preorder gives each tree node's pre-order rank
 /// (nullptr: computed by a walk). Leaves the index unusable when memory or the coordinates do
 /// not allow one; the tree alone then answers.

@@ -95,36 +95,24 @@ void release(kd_cells<D>& c) noexcept
 } // namespace
 
 template <unsigned D>
-void kd_cells_build(kd_tree<D>& tree, const unsigned* preorder) noexcept
+void kd_cells_bounds::add(const double* q) noexcept
 {
-    kd_cells<D>& c = tree.cells;
-    c.covered = 0;
-    const unsigned n = tree.size();
-    if (c.off || n == 0) return;
-    const unsigned* T = tree.nodes.data();
-    const std::size_t ld = tree.nodes.ld();
-    const dense2D<double>& pos = *tree.pos;
-    double lo[D], hi[D];
     for (unsigned i = 0; i < D; ++i)
     {
-        lo[i] = DBL_MAX;
-        hi[i] = -DBL_MAX;
+        finite = finite && std::fabs(q[i]) <= coord_limit;
+        lo[i] = std::min(lo[i], q[i]);
+        hi[i] = std::max(hi[i], q[i]);
     }
-    for (unsigned k = 0; k < n; ++k)
-    {
-        const double* q = pos.col(T[std::size_t(k) * ld]);
-        for (unsigned i = 0; i < D; ++i)
-        {
-            if (!(std::fabs(q[i]) <= coord_limit))
-            {
-                c.off = true;
-                release(c);
-                return;
-            }
-            lo[i] = std::min(lo[i], q[i]);
-            hi[i] = std::max(hi[i], q[i]);
-        }
-    }
+}
+
+template <unsigned D>
+bool kd_cells_shape(kd_cells<D>& c, const kd_cells_bounds& box, unsigned n) noexcept
+{
+    release(c);
+    if (!box.finite) c.off = true;
+    if (c.off || n == 0) return false;
+    const double* lo = box.lo;
+    const double* hi = box.hi;
     // Cubic cells, about nodes_per_cell nodes each on well-spread input. An axis thinner than
     // one cell (a flat or nearly flat cloud) gets a single layer and the side is recomputed over
     // the others, so the cell count stays near its aim whatever the box's proportions.
@@ -134,7 +122,7 @@ void kd_cells_build(kd_tree<D>& tree, const unsigned* preorder) noexcept
         maxabs = std::max(maxabs, std::max(std::fabs(lo[i]), std::fabs(hi[i])));
         maxext = std::max(maxext, hi[i] - lo[i]);
     }
-    if (!(maxext > 0.0)) return; // all nodes at one point: the walk stops at once
+    if (!(maxext > 0.0)) return false; // all nodes at one point: the walk stops at once
     bool layered[D] = {};
     const double wanted = std::max(1.0, double(n) / nodes_per_cell);
     double s = 0.0;
@@ -148,9 +136,9 @@ void kd_cells_build(kd_tree<D>& tree, const unsigned* preorder) noexcept
                 volume *= hi[i] - lo[i];
                 ++active;
             }
-        if (active == 0) return;
+        if (active == 0) return false;
         s = std::pow(volume / wanted, 1.0 / active);
-        if (!(s > 0.0)) return;
+        if (!(s > 0.0)) return false;
         again = false;
         for (unsigned i = 0; i < D; ++i)
             if (!layered[i] && hi[i] - lo[i] < s) layered[i] = again = true;
@@ -174,43 +162,71 @@ void kd_cells_build(kd_tree<D>& tree, const unsigned* preorder) noexcept
         }
         total *= double(c.cnt[i]);
     }
-    if (total > 8.0 * double(n) + 64.0) return;
+    if (total > 8.0 * double(n) + 64.0) return false;
     // Rounding may put a node (or a cell face) a few ulps of these magnitudes off its cell.
     c.slack = 1e-12 * (maxabs + 3.0 * maxext);
-    const std::size_t cells = std::size_t(total);
-    dense1D<unsigned> walk;
-    if (!preorder)
-    {
-        if (!walk.resize(n) || !walk_preorder(tree, walk.data()))
-        {
-            release(c);
-            return;
-        }
-        preorder = walk.data();
-    }
-    if (!c.start.resize(cells + 1) || !c.entry.resize(2 * std::size_t(n)))
+    if (!c.start.resize(std::size_t(total) + 1) || !c.entry.resize(2 * std::size_t(n)))
     {
         release(c);
-        return;
+        return false;
     }
+    return true;
+}
+
+template <unsigned D>
+std::size_t kd_cells_cell(const kd_cells<D>& c, const double* q) noexcept
+{
+    return cell_id(c, q);
+}
+
+template <unsigned D>
+void kd_cells_fill(kd_tree<D>& tree, const unsigned* cell, const unsigned* preorder) noexcept
+{
+    kd_cells<D>& c = tree.cells;
+    const unsigned n = tree.size();
+    const unsigned* T = tree.nodes.data();
+    const std::size_t ld = tree.nodes.ld();
+    const std::size_t cells = c.start.size() - 1;
     unsigned* S = c.start.data();
     std::fill(S, S + cells + 1, 0u);
     for (unsigned k = 0; k < n; ++k)
-        ++S[cell_id(c, pos.col(T[std::size_t(k) * ld])) + 1];
+        ++S[cell[k] + 1];
     for (std::size_t id = 0; id < cells; ++id)
         S[id + 1] += S[id];
     unsigned* E = c.entry.data();
     for (unsigned k = 0; k < n; ++k)
     {
-        const unsigned node = T[std::size_t(k) * ld];
-        const unsigned at = S[cell_id(c, pos.col(node))]++;
-        E[2 * std::size_t(at)] = node;
+        const unsigned at = S[cell[k]]++;
+        E[2 * std::size_t(at)] = T[std::size_t(k) * ld];
         E[2 * std::size_t(at) + 1] = preorder[k];
     }
     for (std::size_t id = cells; id > 0; --id)
         S[id] = S[id - 1];
     S[0] = 0;
     c.covered = n;
+}
+
+template <unsigned D>
+void kd_cells_build(kd_tree<D>& tree, const unsigned* preorder) noexcept
+{
+    kd_cells<D>& c = tree.cells;
+    const unsigned n = tree.size();
+    const unsigned* T = tree.nodes.data();
+    const std::size_t ld = tree.nodes.ld();
+    const dense2D<double>& pos = *tree.pos;
+    kd_cells_bounds box;
+    for (unsigned k = 0; k < n && !c.off; ++k)
+        box.add<D>(pos.col(T[std::size_t(k) * ld]));
+    if (!kd_cells_shape(c, box, n)) return;
+    dense1D<unsigned> walk, cell;
+    if (!cell.resize(n) || (!preorder && (!walk.resize(n) || !walk_preorder(tree, walk.data()))))
+    {
+        release(c);
+        return;
+    }
+    for (unsigned k = 0; k < n; ++k)
+        cell[k] = unsigned(cell_id(c, pos.col(T[std::size_t(k) * ld])));
+    kd_cells_fill(tree, cell.data(), preorder ? preorder : walk.data());
 }
 
 template <unsigned D>
@@ -367,6 +383,14 @@ bool kd_cells_box(const kd_tree<D>& tree, const double* lo, const double* hi,
     return true;
 }
 
+template void kd_cells_bounds::add<2>(const double*) noexcept;
+template void kd_cells_bounds::add<3>(const double*) noexcept;
+template bool kd_cells_shape<2>(kd_cells<2>&, const kd_cells_bounds&, unsigned) noexcept;
+template bool kd_cells_shape<3>(kd_cells<3>&, const kd_cells_bounds&, unsigned) noexcept;
+template std::size_t kd_cells_cell<2>(const kd_cells<2>&, const double*) noexcept;
+template std::size_t kd_cells_cell<3>(const kd_cells<3>&, const double*) noexcept;
+template void kd_cells_fill<2>(kd_tree<2>&, const unsigned*, const unsigned*) noexcept;
+template void kd_cells_fill<3>(kd_tree<3>&, const unsigned*, const unsigned*) noexcept;
 template void kd_cells_build<2>(kd_tree<2>&, const unsigned*) noexcept;
 template void kd_cells_build<3>(kd_tree<3>&, const unsigned*) noexcept;
 template bool kd_cells_closest<2>(const kd_tree<2>&, const double*, unsigned, unsigned&) noexcept;

@@ -16,6 +16,15 @@ namespace
 /// Trees smaller than this stay in cache and are walked quickly: they get no cell index.
 constexpr std::size_t min_indexed = 4096;
 
+/// Per tree node cell and pre-order rank for the cell index, filled by the top-down build;
+/// shaped: the grid could be sized.
+struct index_scratch
+{
+    unsigned* preorder;
+    unsigned* cell;
+    bool shaped;
+};
+
 /// A node being placed by the top-down build: its coordinates (gathered once) and its tree node.
 template <unsigned D>
 struct build_item
@@ -54,12 +63,13 @@ bool insert_one(kd_tree<D>& tree, unsigned index) noexcept
 /// Builds an empty tree from the filtered, shuffled list in one partition pass per level: the
 /// first node of a range is the root of its subtree, the others are split stably into those
 /// below it on the axis and those greater or equal (exactly where one-by-one insertion in list
-/// order puts them). The final position of a node in that arrangement is its pre-order rank,
-/// stored in preorder[tree node] unless preorder is null. false when the scratch cannot be had
-/// (nothing changed).
+/// order puts them). With a cell index to build (index not null), the coordinates gathered for
+/// the partition also size its grid and give each node's cell, and the final position of a node
+/// in the arrangement is its pre-order rank: the index is then filled without reading pos again.
+/// false when the scratch cannot be had (nothing changed).
 template <unsigned D>
 bool build_top_down(kd_tree<D>& tree, const unsigned* list, std::size_t m,
-                    unsigned* preorder) noexcept
+                    index_scratch* index) noexcept
 {
     using item = build_item<D>;
     dense1D<item> a, b;
@@ -80,12 +90,26 @@ bool build_top_down(kd_tree<D>& tree, const unsigned* list, std::size_t m,
         t[0] = list[k];
         t[1] = t[2] = undefined_index;
     }
+    unsigned* preorder = nullptr;
+    if (index)
+    {
+        kd_cells_bounds box;
+        for (std::size_t k = 0; k < m; ++k)
+            box.add<D>(a[k].c);
+        index->shaped = kd_cells_shape(tree.cells, box, unsigned(m));
+        if (index->shaped)
+        {
+            for (std::size_t k = 0; k < m; ++k)
+                index->cell[k] = unsigned(kd_cells_cell(tree.cells, a[k].c));
+            preorder = index->preorder;
+            preorder[0] = 0;
+        }
+    }
     struct task
     {
         unsigned lo, hi, axis, in_b;
     };
     small_stack<task> stack;
-    if (preorder) preorder[0] = 0;
     if (m > 1) stack.push(task{0, unsigned(m), 0, 0});
     while (!stack.empty())
     {
@@ -143,11 +167,13 @@ unsigned kd_insert(kd_tree<D>& tree, const unsigned* list, std::size_t n) noexce
     if (m == 0) return 0;
     if (tree.size() == 0 && m < undefined_index)
     {
-        dense1D<unsigned> preorder;
-        const bool index = tree.indexed && m >= min_indexed && preorder.resize(m);
-        if (build_top_down(tree, work.data(), m, index ? preorder.data() : nullptr))
+        dense1D<unsigned> preorder, cell;
+        index_scratch scratch{nullptr, nullptr, false};
+        if (tree.indexed && m >= min_indexed && preorder.resize(m) && cell.resize(m))
+            scratch = index_scratch{preorder.data(), cell.data(), false};
+        if (build_top_down(tree, work.data(), m, scratch.cell ? &scratch : nullptr))
         {
-            if (index) kd_cells_build(tree, preorder.data());
+            if (scratch.shaped) kd_cells_fill(tree, cell.data(), preorder.data());
             return unsigned(m);
         }
     }
