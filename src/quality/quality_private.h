@@ -677,11 +677,54 @@ struct hexa_face_map
 };
 inline constexpr hexa_face_map hexa_faces{};
 
+/// The twelve edges of the hexahedron, numbered from the corner table: edge k runs from node
+/// from[k] to node to[k] > from[k]. The edge vector u[m] = P[hexa_corners[i][m]] - P[i] of
+/// corner i is sign[i][m] times the vector of edge edge[i][m] (its exact negation when the edge
+/// runs the other way).
+struct hexa_corner_edge_map
+{
+    unsigned from[12], to[12], edge[8][3];
+    double sign[8][3];
+    constexpr hexa_corner_edge_map() : from{}, to{}, edge{}, sign{}
+    {
+        unsigned count = 0;
+        for (unsigned i = 0; i < 8; ++i)
+            for (unsigned m = 0; m < 3; ++m)
+                if (hexa_corners[i][m] > i)
+                {
+                    from[count] = i;
+                    to[count] = hexa_corners[i][m];
+                    ++count;
+                }
+        for (unsigned i = 0; i < 8; ++i)
+            for (unsigned m = 0; m < 3; ++m)
+                for (unsigned k = 0; k < 12; ++k)
+                {
+                    const unsigned j = hexa_corners[i][m];
+                    if ((from[k] == i && to[k] == j) || (from[k] == j && to[k] == i))
+                    {
+                        edge[i][m] = k;
+                        sign[i][m] = from[k] == i ? 1.0 : -1.0;
+                    }
+                }
+    }
+    /// True when every corner edge was found among the twelve edges.
+    constexpr bool complete() const noexcept
+    {
+        for (unsigned i = 0; i < 8; ++i)
+            for (unsigned m = 0; m < 3; ++m)
+                if (sign[i][m] == 0.0) return false;
+        return true;
+    }
+};
+inline constexpr hexa_corner_edge_map hexa_corner_edges{};
+static_assert(hexa_corner_edges.complete(), "every corner edge is one of the twelve edges");
+
 /// Number of hexahedra the batched kernel computes side by side.
 inline constexpr unsigned hexa_batch = 8;
 
 /// The nodes of B hexahedra side by side (node i of lane b at x[i][b], y[i][b], z[i][b]) and the
-/// outcome of hexa_quality_lanes for each lane: q[b] and r[b].
+/// outcome of hexa_quality_lanes for each lane: V[b], E[b] and r[b].
 template <unsigned B>
 struct hexa_lanes
 {
@@ -691,15 +734,16 @@ struct hexa_lanes
 
 /// Hexahedron qualities in space of the B lanes of H, one element per lane, in a loop over the
 /// lanes without a branch, which the compiler turns into vector instructions working on several
-/// elements at once. Per element, the eight corners give their three edge vectors, the cross
-/// products of these (the corner triple product, and the corner normals of the three faces
-/// there: the normal of face f at its node k, e[k-1] x e[k], is one of them up to an exact sign
-/// change) and the dot products that the face check needs. Every value is the one that
-/// extruded_quality and face_check compute, operation for operation, so the outcome is theirs:
-/// r[b] > 1: the quality is q[b] (at most q_degenerate, no face check);
-/// 0 <= r[b] <= 1: every face is in the common case of face_check, r[b] is the smallest warp
-///   measure, and the quality is q[b] times the warp factor of r[b] (at most 1);
-/// r[b] < 0: a face is not in the common case, and the general path gives the quality.
+/// elements at once. Per element: the twelve edge vectors, which give the three edge vectors of
+/// each corner up to an exact sign change; at each corner the cross products of these, that is
+/// the corner triple product and the corner normals of the three faces there (the normal of
+/// face f at its node k, e[k-1] x e[k], is one of them up to an exact sign change); and the dot
+/// products that the face check needs. Every value is the one that extruded_quality and
+/// face_check compute, operation for operation, so the outcome is theirs (hexa_lane_quality):
+/// V[b] and E[b] are the parts of the element value; r[b] >= 0 when every face is in the common
+/// case of face_check, r[b] being then the smallest warp measure; r[b] < 0 otherwise. The root
+/// and the division of the value are left to hexa_value: a root with its error handling would
+/// put a branch in the loop.
 template <unsigned B>
 [[gnu::always_inline]] inline void hexa_quality_lanes(hexa_lanes<B>& H) noexcept
 {
@@ -714,7 +758,16 @@ template <unsigned B>
         for (unsigned i = 0; i < 8; ++i)
             cx += px[i], cy += py[i], cz += pz[i];
         cx /= 8, cy /= 8, cz /= 8;
-        double det[8], S[8], L2[3][8], D[3][8], N2[3][8], X[3][3][8];
+        // The twelve edge vectors and their squared lengths.
+        double ex[12], ey[12], ez[12], N2[12];
+#pragma GCC unroll 12
+        for (unsigned k = 0; k < 12; ++k)
+        {
+            const unsigned i = hexa_corner_edges.from[k], j = hexa_corner_edges.to[k];
+            ex[k] = px[j] - px[i], ey[k] = py[j] - py[i], ez[k] = pz[j] - pz[i];
+            N2[k] = ex[k] * ex[k] + ey[k] * ey[k] + ez[k] * ez[k];
+        }
+        double det[8], S[8], L2[3][8], D[3][8], X[3][3][8];
 #pragma GCC unroll 8
         for (unsigned i = 0; i < 8; ++i)
         {
@@ -722,9 +775,9 @@ template <unsigned B>
 #pragma GCC unroll 8
             for (unsigned m = 0; m < 3; ++m)
             {
-                const unsigned j = hexa_corners[i][m];
-                vx[m] = px[j] - px[i], vy[m] = py[j] - py[i], vz[m] = pz[j] - pz[i];
-                N2[m][i] = vx[m] * vx[m] + vy[m] * vy[m] + vz[m] * vz[m];
+                const unsigned k = hexa_corner_edges.edge[i][m];
+                const double sign = hexa_corner_edges.sign[i][m];
+                vx[m] = sign * ex[k], vy[m] = sign * ey[k], vz[m] = sign * ez[k];
             }
             const double ax = px[i] - cx, ay = py[i] - cy, az = pz[i] - cz;
             S[i] = ax * ax + ay * ay + az * az;
@@ -749,7 +802,8 @@ template <unsigned B>
         double E = 0.0;
 #pragma GCC unroll 8
         for (unsigned i = 0; i < 4; ++i)
-            E += N2[0][i] + N2[1][4 + i] + N2[2][i];
+            E += N2[hexa_corner_edges.edge[i][0]] + N2[hexa_corner_edges.edge[4 + i][1]] +
+                 N2[hexa_corner_edges.edge[i][2]];
         // The faces as face_check sees them: pyramid parts with the centroid as apex, and the
         // warp measure.
         bool common = true;
@@ -765,7 +819,7 @@ template <unsigned B>
             for (unsigned k = 0; k < 4; ++k)
             {
                 l2[k] = L2[m[k]][n[k]];
-                base += N2[hexa_faces.next[f][k]][n[k]];
+                base += N2[hexa_corner_edges.edge[n[k]][hexa_faces.next[f][k]]];
                 side += S[n[k]];
             }
             double Vf = -(s[0] * D[m[0]][n[0]]);
