@@ -688,4 +688,35 @@ TEST(shape, hexahedron_batches_match_the_general_path_bit_for_bit)
     EXPECT_GT(outcomes[0], 50u);
     EXPECT_GT(outcomes[1], 500u);
     EXPECT_GT(outcomes[2], 50u);
+
+    // In a mixed matrix the hexahedra, queued apart from the other shapes, keep their values
+    // and places: here every third column is a tetrahedron made of a hexahedron's first nodes.
+    dense2D<unsigned> mixed(8, 0);
+    std::vector<std::size_t> from;
+    for (std::size_t j = 0; j < hexas.size(); ++j)
+    {
+        if (j % 3 == 0)
+        {
+            ASSERT_TRUE(mixed.resize(8, mixed.cols() + 1, undefined_index));
+            for (unsigned i = 0; i < 4; ++i)
+                mixed(i, mixed.cols() - 1) = M(i, j);
+            from.push_back(~std::size_t(0));
+        }
+        ASSERT_TRUE(mixed.resize(8, mixed.cols() + 1));
+        for (unsigned i = 0; i < 8; ++i)
+            mixed(i, mixed.cols() - 1) = M(i, j);
+        from.push_back(j);
+    }
+    dense1D<double> qm;
+    ASSERT_EQ(shape_qualities(pos, mixed, EL_SOLID_MIX, qm), 0);
+    ASSERT_EQ(qm.size(), from.size());
+    for (std::size_t c = 0; c < from.size(); ++c)
+    {
+        const unsigned* e = mixed.col(c);
+        const double expected =
+            from[c] != ~std::size_t(0)
+                ? q[from[c]]
+                : qd::tetra_quality(pos.col(e[0]), pos.col(e[1]), pos.col(e[2]), pos.col(e[3]));
+        EXPECT_EQ(bits(qm[c]), bits(expected)) << c;
+    }
 }
