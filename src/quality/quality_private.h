@@ -841,8 +841,10 @@ template <unsigned B>
             const double p13 = l2[1] * l2[3], p02 = l2[0] * l2[2];
             const double R = std::max(d13 * std::fabs(d13) / p13, d02 * std::fabs(d02) / p02);
             // R >= 0 tells as much as its clamped value would.
-            common = common & (Lf > 0.0) & (std::min(p13, p02) >= DBL_MIN) &
-                     (std::max(p13, p02) <= DBL_MAX) & (R >= 0.0) & pyram_surely_fine(Vf, Ef);
+            const double pmin = std::min(p13, p02), pmax = std::max(p13, p02);
+            const bool fine = pyram_surely_fine(Vf, Ef);
+            common =
+                common & fine & (Lf > 0.0) & (pmin >= DBL_MIN) & (pmax <= DBL_MAX) & (R >= 0.0);
             min_r = std::min(min_r, clamp_quality(R));
         }
         H.V[b] = V;
