@@ -743,7 +743,8 @@ struct hexa_lanes
 /// V[b] and E[b] are the parts of the element value; r[b] >= 0 when every face is in the common
 /// case of face_check, r[b] being then the smallest warp measure; r[b] < 0 otherwise. The root
 /// and the division of the value are left to hexa_value: a root with its error handling would
-/// put a branch in the loop.
+/// put a branch in the loop. The inner loops are unrolled, so that every table index is a
+/// constant and the body is straight code; tests are combined with a bitwise and.
 template <unsigned B>
 [[gnu::always_inline]] inline void hexa_quality_lanes(hexa_lanes<B>& H) noexcept
 {
