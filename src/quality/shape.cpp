@@ -118,7 +118,7 @@ void hexa_compute(detail::hexa_lanes<detail::hexa_batch>& H, const std::size_t* 
 class hexa_queue
 {
 public:
-    explicit hexa_queue(double* out) noexcept : out_(out) {}
+    explicit hexa_queue(double* out) noexcept : m_out(out) {}
 
     /// Queues the hexahedron of nodes e, whose value goes to out[j]; a full batch is computed.
     void add(const coords& X, const unsigned* e, std::size_t j) noexcept
@@ -127,33 +127,35 @@ public:
         {
             double p[3];
             X.load3(e[i], p);
-            H_.x[i][count_] = p[0], H_.y[i][count_] = p[1], H_.z[i][count_] = p[2];
+            m_lanes.x[i][m_count] = p[0];
+            m_lanes.y[i][m_count] = p[1];
+            m_lanes.z[i][m_count] = p[2];
         }
-        slot_[count_] = j;
-        if (++count_ == B) flush();
+        m_slot[m_count] = j;
+        if (++m_count == B) flush();
     }
 
     /// Computes the queued hexahedra; a short batch repeats its last one in the unused lanes.
     void flush() noexcept
     {
-        if (count_ == 0) return;
-        for (unsigned b = count_; b < B; ++b)
+        if (m_count == 0) return;
+        for (unsigned b = m_count; b < B; ++b)
             for (unsigned i = 0; i < 8; ++i)
             {
-                H_.x[i][b] = H_.x[i][count_ - 1];
-                H_.y[i][b] = H_.y[i][count_ - 1];
-                H_.z[i][b] = H_.z[i][count_ - 1];
+                m_lanes.x[i][b] = m_lanes.x[i][m_count - 1];
+                m_lanes.y[i][b] = m_lanes.y[i][m_count - 1];
+                m_lanes.z[i][b] = m_lanes.z[i][m_count - 1];
             }
-        hexa_compute(H_, slot_, count_, out_);
-        count_ = 0;
+        hexa_compute(m_lanes, m_slot, m_count, m_out);
+        m_count = 0;
     }
 
 private:
     static constexpr unsigned B = detail::hexa_batch;
-    detail::hexa_lanes<B> H_;
-    std::size_t slot_[B];
-    unsigned count_ = 0;
-    double* out_;
+    detail::hexa_lanes<B> m_lanes;
+    std::size_t m_slot[B];
+    unsigned m_count = 0;
+    double* m_out;
 };
 
 /// Qualities of all columns of a pure hexahedron matrix in space, through the queue.
