@@ -157,6 +157,14 @@ void shape_hexahedra(benchmark::State& state)
 }
 BENCHMARK(shape_hexahedra)->Unit(benchmark::kMillisecond);
 
+/// The same hexahedra given as a mixed solid matrix (8 rows, every column a hexahedron): the
+/// element-by-element path that mixed matrices take.
+void mixed_shape_hexahedra(benchmark::State& state)
+{
+    shape_run(state, grid_nodes(hexa_n), grid_hexahedra(hexa_n), EL_SOLID_MIX);
+}
+BENCHMARK(mixed_shape_hexahedra)->Unit(benchmark::kMillisecond);
+
 void shape_triangles_in_space(benchmark::State& state)
 {
     dense2D<double> pos;

@@ -451,7 +451,7 @@ inline double pyram_value(const double* const P[5]) noexcept
 inline bool pyram_surely_fine(double V, double E) noexcept
 {
     const double KV = 58.78775382679627 * V;
-    return V > 0.0 && E >= 1e-90 && E <= 1e90 && KV * KV > 6.912e-21 * (E * E * E);
+    return (V > 0.0) & (E >= 1e-90) & (E <= 1e90) & (KV * KV > 6.912e-21 * (E * E * E));
 }
 
 /// Smallest tetrahedron quality of (P[i], P[i+2], P[i+1], apex), i = 0..3 (base indices mod 4),
@@ -677,139 +677,219 @@ struct hexa_face_map
 };
 inline constexpr hexa_face_map hexa_faces{};
 
-/// The face terms of hexa_quality_common for faces F to 5 (the face tables read as constants):
-/// volume V, pyramid E, smallest squared corner normal L, the range of the cosine denominators
-/// and the warp measure R.
-template <unsigned F>
-inline void hexa_face_terms(const double (&X)[3][3][8], const double (&L2)[3][8],
-                            const double (&D)[3][8], const double (&N2)[3][8], const double (&S)[8],
-                            double* Vf, double* Ef, double* Lf, double* Pmin, double* Pmax,
-                            double* R) noexcept
+/// The twelve edges of the hexahedron, numbered from the corner table: edge k runs from node
+/// from[k] to node to[k] > from[k]. The edge vector u[m] = P[hexa_corners[i][m]] - P[i] of
+/// corner i is sign[i][m] times the vector of edge edge[i][m] (its exact negation when the edge
+/// runs the other way).
+struct hexa_corner_edge_map
 {
-    if constexpr (F < 6)
+    unsigned from[12], to[12], edge[8][3];
+    double sign[8][3];
+    constexpr hexa_corner_edge_map() : from{}, to{}, edge{}, sign{}
     {
-        constexpr unsigned n0 = hexa_faces.node[F][0], n1 = hexa_faces.node[F][1],
-                           n2 = hexa_faces.node[F][2], n3 = hexa_faces.node[F][3];
-        constexpr unsigned m0 = hexa_faces.m[F][0], m1 = hexa_faces.m[F][1],
-                           m2 = hexa_faces.m[F][2], m3 = hexa_faces.m[F][3];
-        constexpr double s0 = hexa_faces.sign[F][0], s1 = hexa_faces.sign[F][1],
-                         s2 = hexa_faces.sign[F][2], s3 = hexa_faces.sign[F][3];
-        const double l2[4] = {L2[m0][n0], L2[m1][n1], L2[m2][n2], L2[m3][n3]};
-        double base = 0.0, side = 0.0;
-        base += N2[hexa_faces.next[F][0]][n0];
-        side += S[n0];
-        base += N2[hexa_faces.next[F][1]][n1];
-        side += S[n1];
-        base += N2[hexa_faces.next[F][2]][n2];
-        side += S[n2];
-        base += N2[hexa_faces.next[F][3]][n3];
-        side += S[n3];
-        double v = -(s0 * D[m0][n0]);
-        v = std::min(v, -(s2 * D[m2][n2]));
-        v = std::min(v, -(s3 * D[m3][n3]));
-        v = std::min(v, -(s1 * D[m1][n1]));
-        Vf[F] = v;
-        Ef[F] = 2.0 * base + side;
-        Lf[F] = std::min(std::min(l2[0], l2[1]), std::min(l2[2], l2[3]));
-        // Cosine parts between the corner normals at nodes 1 and 3, and at 0 and 2.
-        const double d13 = s1 * s3 *
-                           (X[m1][0][n1] * X[m3][0][n3] + X[m1][1][n1] * X[m3][1][n3] +
-                            X[m1][2][n1] * X[m3][2][n3]);
-        const double d02 = s0 * s2 *
-                           (X[m0][0][n0] * X[m2][0][n2] + X[m0][1][n0] * X[m2][1][n2] +
-                            X[m0][2][n0] * X[m2][2][n2]);
-        const double p13 = l2[1] * l2[3], p02 = l2[0] * l2[2];
-        Pmin[F] = std::min(p13, p02);
-        Pmax[F] = std::max(p13, p02);
-        R[F] = clamp_quality(std::max(d13 * std::fabs(d13) / p13, d02 * std::fabs(d02) / p02));
-        hexa_face_terms<F + 1>(X, L2, D, N2, S, Vf, Ef, Lf, Pmin, Pmax, R);
+        unsigned count = 0;
+        for (unsigned i = 0; i < 8; ++i)
+            for (unsigned m = 0; m < 3; ++m)
+                if (hexa_corners[i][m] > i)
+                {
+                    from[count] = i;
+                    to[count] = hexa_corners[i][m];
+                    ++count;
+                }
+        for (unsigned i = 0; i < 8; ++i)
+            for (unsigned m = 0; m < 3; ++m)
+                for (unsigned k = 0; k < 12; ++k)
+                {
+                    const unsigned j = hexa_corners[i][m];
+                    if ((from[k] == i && to[k] == j) || (from[k] == j && to[k] == i))
+                    {
+                        edge[i][m] = k;
+                        sign[i][m] = from[k] == i ? 1.0 : -1.0;
+                    }
+                }
+    }
+    /// True when every corner edge was found among the twelve edges.
+    constexpr bool complete() const noexcept
+    {
+        for (unsigned i = 0; i < 8; ++i)
+            for (unsigned m = 0; m < 3; ++m)
+                if (sign[i][m] == 0.0) return false;
+        return true;
+    }
+};
+inline constexpr hexa_corner_edge_map hexa_corner_edges{};
+static_assert(hexa_corner_edges.complete(), "every corner edge is one of the twelve edges");
+
+/// Number of hexahedra the batched kernel computes side by side.
+inline constexpr unsigned hexa_batch = 8;
+
+/// The nodes of B hexahedra side by side (node i of lane b at x[i][b], y[i][b], z[i][b]) and the
+/// outcome of hexa_quality_lanes for each lane: V[b], E[b] and r[b].
+template <unsigned B>
+struct hexa_lanes
+{
+    double x[8][B], y[8][B], z[8][B];
+    double V[B], E[B], r[B];
+};
+
+/// Hexahedron qualities in space of the B lanes of H, one element per lane, in a loop over the
+/// lanes without a branch, which the compiler turns into vector instructions working on several
+/// elements at once. Per element: the twelve edge vectors, which give the three edge vectors of
+/// each corner up to an exact sign change; at each corner the cross products of these, that is
+/// the corner triple product and the corner normals of the three faces there (the normal of
+/// face f at its node k, e[k-1] x e[k], is one of them up to an exact sign change); and the dot
+/// products that the face check needs. Every value is the one that extruded_quality and
+/// face_check compute, operation for operation, so the outcome is theirs (hexa_lane_quality):
+/// V[b] and E[b] are the parts of the element value; r[b] >= 0 when every face is in the common
+/// case of face_check, r[b] being then the smallest warp measure; r[b] < 0 otherwise. The root
+/// and the division of the value are left to hexa_value: a root with its error handling would
+/// put a branch in the loop. The inner loops are unrolled, so that every table index is a
+/// constant and the body is straight code; tests are combined with a bitwise and.
+template <unsigned B>
+[[gnu::always_inline]] inline void hexa_quality_lanes(hexa_lanes<B>& H) noexcept
+{
+    for (unsigned b = 0; b < B; ++b)
+    {
+        double px[8], py[8], pz[8];
+#pragma GCC unroll 8
+        for (unsigned i = 0; i < 8; ++i)
+            px[i] = H.x[i][b], py[i] = H.y[i][b], pz[i] = H.z[i][b];
+        double cx = 0.0, cy = 0.0, cz = 0.0;
+#pragma GCC unroll 8
+        for (unsigned i = 0; i < 8; ++i)
+            cx += px[i], cy += py[i], cz += pz[i];
+        cx /= 8, cy /= 8, cz /= 8;
+        // The twelve edge vectors and their squared lengths.
+        double ex[12], ey[12], ez[12], N2[12];
+#pragma GCC unroll 12
+        for (unsigned k = 0; k < 12; ++k)
+        {
+            const unsigned i = hexa_corner_edges.from[k], j = hexa_corner_edges.to[k];
+            ex[k] = px[j] - px[i], ey[k] = py[j] - py[i], ez[k] = pz[j] - pz[i];
+            N2[k] = ex[k] * ex[k] + ey[k] * ey[k] + ez[k] * ez[k];
+        }
+        double det[8], S[8], L2[3][8], D[3][8], X[3][3][8];
+#pragma GCC unroll 8
+        for (unsigned i = 0; i < 8; ++i)
+        {
+            double vx[3], vy[3], vz[3];
+#pragma GCC unroll 8
+            for (unsigned m = 0; m < 3; ++m)
+            {
+                const unsigned k = hexa_corner_edges.edge[i][m];
+                const double sign = hexa_corner_edges.sign[i][m];
+                vx[m] = sign * ex[k], vy[m] = sign * ey[k], vz[m] = sign * ez[k];
+            }
+            const double ax = px[i] - cx, ay = py[i] - cy, az = pz[i] - cz;
+            S[i] = ax * ax + ay * ay + az * az;
+#pragma GCC unroll 8
+            for (unsigned m = 0; m < 3; ++m)
+            {
+                const unsigned u = (m + 1) % 3, w = (m + 2) % 3;
+                const double x = vy[u] * vz[w] - vz[u] * vy[w];
+                const double y = vz[u] * vx[w] - vx[u] * vz[w];
+                const double z = vx[u] * vy[w] - vy[u] * vx[w];
+                X[m][0][i] = x, X[m][1][i] = y, X[m][2][i] = z;
+                L2[m][i] = x * x + y * y + z * z;
+                D[m][i] = x * ax + y * ay + z * az;
+            }
+            det[i] = vx[0] * X[0][0][i] + vy[0] * X[0][1][i] + vz[0] * X[0][2][i];
+        }
+        // The element value, as extruded_quality computes it.
+        double V = DBL_MAX;
+#pragma GCC unroll 8
+        for (unsigned i = 0; i < 8; ++i)
+            V = std::min(V, det[i]);
+        double E = 0.0;
+#pragma GCC unroll 8
+        for (unsigned i = 0; i < 4; ++i)
+            E += N2[hexa_corner_edges.edge[i][0]] + N2[hexa_corner_edges.edge[4 + i][1]] +
+                 N2[hexa_corner_edges.edge[i][2]];
+        // The faces as face_check sees them: pyramid parts with the centroid as apex, and the
+        // warp measure.
+        bool common = true;
+        double min_r = 2.0;
+#pragma GCC unroll 8
+        for (unsigned f = 0; f < 6; ++f)
+        {
+            const unsigned* n = hexa_faces.node[f];
+            const unsigned* m = hexa_faces.m[f];
+            const double* s = hexa_faces.sign[f];
+            double l2[4], base = 0.0, side = 0.0;
+#pragma GCC unroll 8
+            for (unsigned k = 0; k < 4; ++k)
+            {
+                l2[k] = L2[m[k]][n[k]];
+                base += N2[hexa_corner_edges.edge[n[k]][hexa_faces.next[f][k]]];
+                side += S[n[k]];
+            }
+            double Vf = -(s[0] * D[m[0]][n[0]]);
+            Vf = std::min(Vf, -(s[2] * D[m[2]][n[2]]));
+            Vf = std::min(Vf, -(s[3] * D[m[3]][n[3]]));
+            Vf = std::min(Vf, -(s[1] * D[m[1]][n[1]]));
+            const double Ef = 2.0 * base + side;
+            const double Lf = std::min(std::min(l2[0], l2[1]), std::min(l2[2], l2[3]));
+            // Cosine parts between the corner normals at nodes 1 and 3, and at 0 and 2.
+            double d13 = X[m[1]][0][n[1]] * X[m[3]][0][n[3]];
+            double d02 = X[m[0]][0][n[0]] * X[m[2]][0][n[2]];
+#pragma GCC unroll 8
+            for (unsigned c = 1; c < 3; ++c)
+            {
+                d13 += X[m[1]][c][n[1]] * X[m[3]][c][n[3]];
+                d02 += X[m[0]][c][n[0]] * X[m[2]][c][n[2]];
+            }
+            d13 *= s[1] * s[3], d02 *= s[0] * s[2];
+            const double p13 = l2[1] * l2[3], p02 = l2[0] * l2[2];
+            const double R = std::max(d13 * std::fabs(d13) / p13, d02 * std::fabs(d02) / p02);
+            // R >= 0 tells as much as its clamped value would.
+            const double pmin = std::min(p13, p02), pmax = std::max(p13, p02);
+            const bool fine = pyram_surely_fine(Vf, Ef);
+            common =
+                common & fine & (Lf > 0.0) & (pmin >= DBL_MIN) & (pmax <= DBL_MAX) & (R >= 0.0);
+            min_r = std::min(min_r, clamp_quality(R));
+        }
+        H.V[b] = V;
+        H.E[b] = E;
+        H.r[b] = common ? min_r : -1.0;
     }
 }
 
-/// Hexahedron quality in space computed corner-parallel in flat arrays (which the compiler
-/// vectorises): the eight corners give the three edge vectors, their cross products (the
-/// corner triple product and the corner normals of the three faces there), and the dot products
-/// the face check needs. Every value is the one the general path computes, operation for
-/// operation (a swapped cross product is an exact negation), so when every face is in the
-/// common case of face_check the result is the general path's; false otherwise (q untouched),
-/// and the caller takes the general path.
-inline bool hexa_quality_common(const double* const P[8], double& q_out) noexcept
+/// The value 24 sqrt(3) V / E^(3/2) of a hexahedron from its smallest corner triple product V and
+/// its sum of squared edges E, clamped; 0 when E^(3/2) is not > 0.
+inline double hexa_value(double V, double E) noexcept
 {
-    double px[8], py[8], pz[8];
-    for (unsigned i = 0; i < 8; ++i)
-        px[i] = P[i][0], py[i] = P[i][1], pz[i] = P[i][2];
-    double C[3] = {0, 0, 0};
-    for (unsigned i = 0; i < 8; ++i)
-        C[0] += px[i], C[1] += py[i], C[2] += pz[i];
-    for (double& c : C)
-        c /= 8;
-    // Edge vectors u[m] of every corner, gathered first so that the loop over corners is plain.
-    double ux[3][8], uy[3][8], uz[3][8];
-    for (unsigned m = 0; m < 3; ++m)
-        for (unsigned i = 0; i < 8; ++i)
-        {
-            const unsigned j = hexa_corners[i][m];
-            ux[m][i] = px[j], uy[m][i] = py[j], uz[m][i] = pz[j];
-        }
-    double det[8], S[8], L2[3][8], D[3][8], N2[3][8], X[3][3][8];
-    for (unsigned i = 0; i < 8; ++i)
-    {
-        double vx[3], vy[3], vz[3];
-        for (unsigned m = 0; m < 3; ++m)
-        {
-            vx[m] = ux[m][i] - px[i], vy[m] = uy[m][i] - py[i], vz[m] = uz[m][i] - pz[i];
-            N2[m][i] = vx[m] * vx[m] + vy[m] * vy[m] + vz[m] * vz[m];
-        }
-        const double ax = px[i] - C[0], ay = py[i] - C[1], az = pz[i] - C[2];
-        S[i] = ax * ax + ay * ay + az * az;
-        for (unsigned m = 0; m < 3; ++m)
-        {
-            const unsigned b = (m + 1) % 3, c = (m + 2) % 3;
-            const double x = vy[b] * vz[c] - vz[b] * vy[c];
-            const double y = vz[b] * vx[c] - vx[b] * vz[c];
-            const double z = vx[b] * vy[c] - vy[b] * vx[c];
-            X[m][0][i] = x, X[m][1][i] = y, X[m][2][i] = z;
-            L2[m][i] = x * x + y * y + z * z;
-            D[m][i] = x * ax + y * ay + z * az;
-        }
-        det[i] = vx[0] * X[0][0][i] + vy[0] * X[0][1][i] + vz[0] * X[0][2][i];
-    }
-    // The element value, as extruded_quality computes it.
-    double V = DBL_MAX;
-    for (unsigned i = 0; i < 8; ++i)
-        V = std::min(V, det[i]);
-    double E = 0.0;
-    for (unsigned i = 0; i < 4; ++i)
-        E += N2[0][i] + N2[1][4 + i] + N2[2][i];
     const double E32 = E * std::sqrt(E);
-    const double q = E32 > 0.0 ? clamp_quality(41.569219381653056 * V / E32) : 0.0;
-    if (!(q > q_degenerate))
-    {
-        q_out = q;
-        return true;
-    }
-    // The faces, first without a branch (face indices as constants), then tested: all in the
-    // common case, or the general path decides.
-    double Vf[6], Ef[6], Lf[6], Pmin[6], Pmax[6], R[6];
-    hexa_face_terms<0>(X, L2, D, N2, S, Vf, Ef, Lf, Pmin, Pmax, R);
-    double min_r = 2.0;
-    for (unsigned f = 0; f < 6; ++f)
-    {
-        if (!(Lf[f] > 0.0) || !(Pmin[f] >= DBL_MIN) || !(Pmax[f] <= DBL_MAX) || !(R[f] >= 0.0) ||
-            !pyram_surely_fine(Vf[f], Ef[f]))
-            return false;
-        min_r = std::min(min_r, R[f]);
-    }
-    q_out = q * std::min(1.0, warp_factor(min_r));
+    return E32 > 0.0 ? clamp_quality(41.569219381653056 * V / E32) : 0.0;
+}
+
+/// The quality of lane b of H after hexa_quality_lanes, or false (q untouched) when the general
+/// path must decide.
+template <unsigned B>
+inline bool hexa_lane_quality(const hexa_lanes<B>& H, unsigned b, double& q) noexcept
+{
+    const double v = hexa_value(H.V[b], H.E[b]);
+    if (!(v > q_degenerate))
+        q = v;
+    else if (H.r[b] >= 0.0)
+        q = v * std::min(1.0, warp_factor(H.r[b]));
+    else
+        return false;
     return true;
 }
 
 /// Hexahedron quality (bottom P[0..3], top P[4..7]): 24 sqrt(3) V / E^(3/2) and the face check
-/// over the six faces; in space the common case takes the corner-parallel path.
+/// over the six faces; in space the common case takes the kernel of hexa_quality_lanes.
 inline double hexa_quality(const double* const P[8], bool spatial) noexcept
 {
-    double q;
-    if (spatial && hexa_quality_common(P, q)) return q;
+    if (spatial)
+    {
+        hexa_lanes<1> H;
+        for (unsigned i = 0; i < 8; ++i)
+            H.x[i][0] = P[i][0], H.y[i][0] = P[i][1], H.z[i][0] = P[i][2];
+        hexa_quality_lanes(H);
+        double q;
+        if (hexa_lane_quality(H, 0, q)) return q;
+    }
     return extruded_quality<4>(P, hexa_corners, 41.569219381653056, hexa_boundaries, spatial);
 }
 

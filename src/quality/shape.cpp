@@ -85,32 +85,116 @@ void pure_loop(const coords& X, const dense2D<unsigned>& connectM, double* out) 
         out[j] = element_quality<S, PLANAR>(X, connectM.col(j));
 }
 
-/// Qualities of the columns of an EL_FACE_MIX (4 rows) or EL_SOLID_MIX (8 rows) matrix.
+/// Qualities of the first count lanes of H through the side-by-side kernel, lane b into
+/// out[slot[b]]; an element outside the kernel's common case takes the general path.
+/// On x86-64 with GCC and glibc this is compiled twice, for the base instruction set and for
+/// AVX2 (four elements per instruction instead of two), and the loader picks the one the
+/// processor runs. AVX2 does not bring fused multiply-adds, so both round every operation alike
+/// and give the same bits.
+#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__) && defined(__GLIBC__)
+[[gnu::target_clones("avx2", "default")]]
+#endif
+void hexa_compute(detail::hexa_lanes<detail::hexa_batch>& H, const std::size_t* slot,
+                  unsigned count, double* out) noexcept
+{
+    detail::hexa_quality_lanes(H);
+    for (unsigned b = 0; b < count; ++b)
+        if (!detail::hexa_lane_quality(H, b, out[slot[b]]))
+        {
+            double x[8][3];
+            const double* P[8];
+            for (unsigned i = 0; i < 8; ++i)
+            {
+                x[i][0] = H.x[i][b], x[i][1] = H.y[i][b], x[i][2] = H.z[i][b];
+                P[i] = x[i];
+            }
+            out[slot[b]] = detail::extruded_quality<4>(P, detail::hexa_corners, 41.569219381653056,
+                                                       hexa_boundaries, true);
+        }
+}
+
+/// Hexahedra in space queued detail::hexa_batch at a time for hexa_compute, each with the place
+/// of its value in the output.
+class hexa_queue
+{
+public:
+    explicit hexa_queue(double* out) noexcept : m_out(out) {}
+
+    /// Queues the hexahedron of nodes e, whose value goes to out[j]; a full batch is computed.
+    void add(const coords& X, const unsigned* e, std::size_t j) noexcept
+    {
+        for (unsigned i = 0; i < 8; ++i)
+        {
+            double p[3];
+            X.load3(e[i], p);
+            m_lanes.x[i][m_count] = p[0];
+            m_lanes.y[i][m_count] = p[1];
+            m_lanes.z[i][m_count] = p[2];
+        }
+        m_slot[m_count] = j;
+        if (++m_count == B) flush();
+    }
+
+    /// Computes the queued hexahedra; a short batch repeats its last one in the unused lanes.
+    void flush() noexcept
+    {
+        if (m_count == 0) return;
+        for (unsigned b = m_count; b < B; ++b)
+            for (unsigned i = 0; i < 8; ++i)
+            {
+                m_lanes.x[i][b] = m_lanes.x[i][m_count - 1];
+                m_lanes.y[i][b] = m_lanes.y[i][m_count - 1];
+                m_lanes.z[i][b] = m_lanes.z[i][m_count - 1];
+            }
+        hexa_compute(m_lanes, m_slot, m_count, m_out);
+        m_count = 0;
+    }
+
+private:
+    static constexpr unsigned B = detail::hexa_batch;
+    detail::hexa_lanes<B> m_lanes;
+    std::size_t m_slot[B];
+    unsigned m_count = 0;
+    double* m_out;
+};
+
+/// Qualities of all columns of a pure hexahedron matrix in space, through the queue.
+void hexa_loop(const coords& X, const dense2D<unsigned>& connectM, double* out) noexcept
+{
+    hexa_queue queue(out);
+    for (std::size_t j = 0, n = connectM.cols(); j < n; ++j)
+        queue.add(X, connectM.col(j), j);
+    queue.flush();
+}
+
+/// Qualities of the columns of an EL_FACE_MIX (4 rows) or EL_SOLID_MIX (8 rows) matrix; in space
+/// the hexahedra go through the queue of the side-by-side kernel.
 template <bool PLANAR>
 void mixed_loop(const coords& X, const dense2D<unsigned>& connectM, element_type type,
                 double* out) noexcept
 {
     constexpr unsigned U = undefined_index;
+    hexa_queue queue(out);
     for (std::size_t j = 0, n = connectM.cols(); j < n; ++j)
     {
         const unsigned* e = connectM.col(j);
-        double q;
         if (type == EL_FACE_MIX)
-            q = e[3] == U ? element_quality<EL_TRIA3, PLANAR>(X, e)
-                          : element_quality<EL_QUAD4, PLANAR>(X, e);
+            out[j] = e[3] == U ? element_quality<EL_TRIA3, PLANAR>(X, e)
+                               : element_quality<EL_QUAD4, PLANAR>(X, e);
         else if (e[3] != U && e[4] == U)
-            q = element_quality<EL_TETRA4, PLANAR>(X, e);
-        else if (e[4] == U) // rows 3 and 4 both undefined: read as a prism or hexahedron
-            q = (e[5] != U && e[6] == U) ? element_quality<EL_PENTA6, PLANAR>(X, e)
-                                         : element_quality<EL_HEXA8, PLANAR>(X, e);
-        else if (e[5] == U)
-            q = element_quality<EL_PYRAM5, PLANAR>(X, e);
-        else if (e[6] == U)
-            q = element_quality<EL_PENTA6, PLANAR>(X, e);
+            out[j] = element_quality<EL_TETRA4, PLANAR>(X, e);
+        else if (e[4] == U && e[5] != U && e[6] == U) // rows 3, 4 and 6 undefined: a prism
+            out[j] = element_quality<EL_PENTA6, PLANAR>(X, e);
+        else if (e[4] != U && e[5] == U)
+            out[j] = element_quality<EL_PYRAM5, PLANAR>(X, e);
+        else if (e[4] != U && e[6] == U)
+            out[j] = element_quality<EL_PENTA6, PLANAR>(X, e);
+        else if (PLANAR) // the rest reads as a hexahedron, rows 3 and 4 undefined included
+            out[j] = element_quality<EL_HEXA8, PLANAR>(X, e);
         else
-            q = element_quality<EL_HEXA8, PLANAR>(X, e);
-        out[j] = q;
+            queue.add(X, e, j);
     }
+    queue.flush();
 }
 
 template <bool PLANAR>
@@ -130,6 +214,7 @@ void dispatch(const coords& X, const dense2D<unsigned>& connectM, element_type t
     case EL_PENTA6:
         return pure_loop<EL_PENTA6, PLANAR>(X, connectM, out);
     case EL_HEXA8:
+        if constexpr (!PLANAR) return hexa_loop(X, connectM, out);
         return pure_loop<EL_HEXA8, PLANAR>(X, connectM, out);
     default: // EL_FACE_MIX, EL_SOLID_MIX
         return mixed_loop<PLANAR>(X, connectM, type, out);

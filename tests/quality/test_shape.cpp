@@ -3,6 +3,8 @@
 #include "quality/quality_private.h"
 
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <meshutil/quality.h>
 #include <random>
@@ -615,4 +617,106 @@ TEST(shape, prism_and_hexahedron_fast_paths_agree_with_plain_evaluation)
             }
     EXPECT_GT(negative, 100u);
     EXPECT_GT(warped, 100u);
+}
+
+namespace
+{
+
+/// Bit pattern of a double, so that comparisons tell -0 from 0 and accept equal NaNs.
+std::uint64_t bits(double v)
+{
+    std::uint64_t u;
+    std::memcpy(&u, &v, sizeof u);
+    return u;
+}
+
+} // namespace
+
+TEST(shape, hexahedron_batches_match_the_general_path_bit_for_bit)
+{
+    // A mesh of separate hexahedra, mild to wild perturbations at scales from 1e-150 to 1e150
+    // (squared edges leaving the range where the common case is decided), plus degenerate ones:
+    // all nodes equal, flattened, inverted. 8 k + 5 elements, so that the last batch is short.
+    std::mt19937_64 gen(99);
+    const Nodes cube = ideal_elements()[5].nodes;
+    std::vector<Nodes> hexas;
+    const double scales[] = {1.0, 1e-150, 1e150, 3e-7, 4e5};
+    for (int trial = 0; hexas.size() < 8 * 250 + 5; ++trial)
+    {
+        Nodes h = perturb(cube, gen, trial % 3 == 0 ? 0.02 : trial % 3 == 1 ? 0.25 : 0.5);
+        const double s = scales[trial % 5];
+        for (auto& x : h)
+            for (double& v : x)
+                v = s * v + 10.0 * s;
+        if (trial % 37 == 0)
+            for (auto& x : h)
+                x = h[0]; // all nodes equal
+        if (trial % 41 == 0)
+            for (auto& x : h)
+                x[2] = 0.0; // flat
+        if (trial % 43 == 0) std::swap(h[0], h[4]);
+        hexas.push_back(h);
+    }
+    Nodes nodes;
+    dense2D<unsigned> M(8, hexas.size());
+    for (std::size_t j = 0; j < hexas.size(); ++j)
+        for (unsigned i = 0; i < 8; ++i)
+        {
+            M(i, j) = unsigned(nodes.size());
+            nodes.push_back(hexas[j][i]);
+        }
+    const dense2D<double> pos = make_pos(nodes, 3);
+    dense1D<double> q;
+    ASSERT_EQ(shape_qualities(pos, M, EL_HEXA8, q), 0);
+    ASSERT_EQ(q.size(), hexas.size());
+    unsigned outcomes[3] = {0, 0, 0}; // value only, common case, general path
+    for (std::size_t j = 0; j < hexas.size(); ++j)
+    {
+        const double* P[8];
+        for (unsigned i = 0; i < 8; ++i)
+            P[i] = pos.col(M(i, j));
+        const double general =
+            qd::extruded_quality<4>(P, qd::hexa_corners, 41.569219381653056, hexa_boundaries, true);
+        EXPECT_EQ(bits(q[j]), bits(general)) << j << ": " << q[j] << " " << general;
+        qd::hexa_lanes<1> H;
+        for (unsigned i = 0; i < 8; ++i)
+            H.x[i][0] = P[i][0], H.y[i][0] = P[i][1], H.z[i][0] = P[i][2];
+        qd::hexa_quality_lanes(H);
+        ++outcomes[!(qd::hexa_value(H.V[0], H.E[0]) > 1e-12) ? 0 : H.r[0] >= 0.0 ? 1 : 2];
+    }
+    // Every outcome of the kernel is met, in batches that mix them.
+    EXPECT_GT(outcomes[0], 50u);
+    EXPECT_GT(outcomes[1], 500u);
+    EXPECT_GT(outcomes[2], 50u);
+
+    // In a mixed matrix the hexahedra, queued apart from the other shapes, keep their values
+    // and places: here every third column is a tetrahedron made of a hexahedron's first nodes.
+    dense2D<unsigned> mixed(8, 0);
+    std::vector<std::size_t> from;
+    for (std::size_t j = 0; j < hexas.size(); ++j)
+    {
+        if (j % 3 == 0)
+        {
+            ASSERT_TRUE(mixed.resize(8, mixed.cols() + 1, undefined_index));
+            for (unsigned i = 0; i < 4; ++i)
+                mixed(i, mixed.cols() - 1) = M(i, j);
+            from.push_back(~std::size_t(0));
+        }
+        ASSERT_TRUE(mixed.resize(8, mixed.cols() + 1));
+        for (unsigned i = 0; i < 8; ++i)
+            mixed(i, mixed.cols() - 1) = M(i, j);
+        from.push_back(j);
+    }
+    dense1D<double> qm;
+    ASSERT_EQ(shape_qualities(pos, mixed, EL_SOLID_MIX, qm), 0);
+    ASSERT_EQ(qm.size(), from.size());
+    for (std::size_t c = 0; c < from.size(); ++c)
+    {
+        const unsigned* e = mixed.col(c);
+        const double expected =
+            from[c] != ~std::size_t(0)
+                ? q[from[c]]
+                : qd::tetra_quality(pos.col(e[0]), pos.col(e[1]), pos.col(e[2]), pos.col(e[3]));
+        EXPECT_EQ(bits(qm[c]), bits(expected)) << c;
+    }
 }
