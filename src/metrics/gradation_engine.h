@@ -26,13 +26,14 @@ struct gradation_counters
 };
 
 /// Queue entry: the edge's measure as a float, the stamp at which it was made, the node to
-/// modify and its neighbour. 16 bytes.
+/// modify and its neighbour, named by its position in the node-graph array (the neighbour is
+/// graph[slot]; the position also finds the edge's slot without a search). 16 bytes.
 struct gradation_entry
 {
     float key;
     unsigned stamp;
     unsigned node;
-    unsigned neighbour;
+    unsigned slot;
 };
 static_assert(sizeof(gradation_entry) == 16, "queue entries are 16 bytes");
 
@@ -63,6 +64,8 @@ public:
         return true;
     }
     bool empty() const noexcept { return m_v.size() <= 1; }
+    /// The entry with the largest key. Precondition: not empty.
+    const gradation_entry& top() const noexcept { return m_v[1]; }
     std::size_t size() const noexcept { return m_v.empty() ? 0 : m_v.size() - 1; }
     /// Removes and returns the entry with the largest key. Precondition: not empty.
     gradation_entry pop() noexcept
@@ -252,9 +255,14 @@ public:
     {
         gradation_queue queue;
         const std::size_t nbr_entries = m_first[n];
-        if (!m_keys.resize(nbr_entries) || !m_flags.resize(nbr_entries) ||
-            !m_rep.resize(n, undefined_index) || !m_mirror.resize(nbr_entries) || !queue.reserve(n))
+        if (!m_keys_store.resize(nbr_entries) || !m_flags_store.resize(nbr_entries) ||
+            !m_rep_store.resize(n, undefined_index) || !m_mirror_store.resize(nbr_entries) ||
+            !queue.reserve(n))
             return -199;
+        m_keys = m_keys_store.data();
+        m_flags = m_flags_store.data();
+        m_rep = m_rep_store.data();
+        m_mirror = m_mirror_store.data();
         for (unsigned i = 0; i < n; ++i)
             for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
                 if (m_graph[k] > i)
@@ -281,14 +289,20 @@ public:
         {
             const gradation_entry e = queue.pop();
             ++counters.pops;
-            const unsigned i = e.node, j = e.neighbour;
+            if (!queue.empty())
+            {
+                // The next entry's stamp test reads these: fetch them while this one is treated.
+                const gradation_entry& next = queue.top();
+                __builtin_prefetch(m_state + next.node);
+                __builtin_prefetch(m_graph + next.slot);
+            }
+            const unsigned i = e.node, slot = e.slot, j = m_graph[slot];
             if (m_state[i] > e.stamp || (m_state[j] != undefined_index && m_state[j] > e.stamp))
             {
                 ++counters.stale;
                 continue;
             }
             // The entry is the current value of its slot: consume it.
-            const unsigned slot = position(i, j);
             m_keys[slot] = -1.0f;
             m_flags[slot] &= ~queued;
             if (!update(i, j))
@@ -302,7 +316,8 @@ public:
             for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
             {
                 __builtin_prefetch(m_field + m_graph[k] * m_field_ld);
-                __builtin_prefetch(m_keys.data() + m_mirror[k]);
+                __builtin_prefetch(m_pos + m_graph[k] * m_pos_ld);
+                __builtin_prefetch(m_keys + m_mirror[k]);
             }
             for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
             {
@@ -321,7 +336,7 @@ public:
                 else if (m_keys[m] >= 0.0f &&
                          (m_rep[nb] == undefined_index || m_keys[m] > m_keys[m_rep[nb]]))
                 {
-                    if (!queue.push({m_keys[m], stamp, nb, i})) return -199;
+                    if (!queue.push({m_keys[m], stamp, nb, m})) return -199;
                     ++counters.pushes;
                     m_flags[m] |= queued;
                     m_rep[nb] = m;
@@ -444,7 +459,7 @@ private:
         if (m_state[nb] != undefined_index && m_state[nb] > S) S = m_state[nb];
         m_flags[best] |= queued;
         ++counters.pushes;
-        return queue.push({best_key, S, i, nb});
+        return queue.push({best_key, S, i, best});
     }
 
     /// False when a move of `node` towards a neighbour whose size compares as `order` (see
@@ -689,12 +704,15 @@ private:
     unsigned char* m_dir;
     bool m_any_frozen;
     double m_g;
-    double m_step;         ///< admissible size gap per unit length: ln(1 + g), or g for variations
-    double m_screen;       ///< gap per unit length below which an isotropic shock is below g
-    dense1D<float> m_keys; ///< per graph entry: key of its slot, -1 when empty
-    dense1D<unsigned char> m_flags; ///< per graph entry: direction of the move, queued
-    dense1D<unsigned> m_rep;        ///< per node: its queued best slot, or ~0u
-    dense1D<unsigned> m_mirror;     ///< per graph entry (i, j): the position of i in j's list
+    double m_step;   ///< admissible size gap per unit length: ln(1 + g), or g for variations
+    double m_screen; ///< gap per unit length below which an isotropic shock is below g
+    dense1D<float> m_keys_store;
+    dense1D<unsigned char> m_flags_store;
+    dense1D<unsigned> m_rep_store, m_mirror_store;
+    float* m_keys = nullptr;          ///< per graph entry: key of its slot, -1 when empty
+    unsigned char* m_flags = nullptr; ///< per graph entry: direction of the move, queued
+    unsigned* m_rep = nullptr;        ///< per node: its queued best slot, or ~0u
+    unsigned* m_mirror = nullptr;     ///< per graph entry (i, j): the position of i in j's list
 };
 
 /// Checks, set-up and run of a gradation; field points to the first value (or column) of a field
