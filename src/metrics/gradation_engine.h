@@ -317,6 +317,9 @@ public:
             {
                 __builtin_prefetch(m_field + m_graph[k] * m_field_ld);
                 __builtin_prefetch(m_pos + m_graph[k] * m_pos_ld);
+                __builtin_prefetch(m_flags + m_mirror[k]);
+                __builtin_prefetch(m_state + m_graph[k]);
+                __builtin_prefetch(m_rep + m_graph[k]);
                 __builtin_prefetch(m_keys + m_mirror[k]);
             }
             for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
