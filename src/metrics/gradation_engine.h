@@ -26,14 +26,13 @@ struct gradation_counters
 };
 
 /// Queue entry: the edge's measure as a float, the stamp at which it was made, the node to
-/// modify and its neighbour, named by its position in the node-graph array (the neighbour is
-/// graph[slot]; the position also finds the edge's slot without a search). 16 bytes.
+/// modify and its neighbour. 16 bytes.
 struct gradation_entry
 {
     float key;
     unsigned stamp;
     unsigned node;
-    unsigned slot;
+    unsigned neighbour;
 };
 static_assert(sizeof(gradation_entry) == 16, "queue entries are 16 bytes");
 
@@ -267,7 +266,7 @@ public:
             for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
                 if (m_graph[k] > i)
                 {
-                    const unsigned m = position(m_graph[k], i);
+                    const unsigned m = find_slot(m_graph[k], i);
                     m_mirror[k] = m;
                     m_mirror[m] = k;
                 }
@@ -294,15 +293,16 @@ public:
                 // The next entry's stamp test reads these: fetch them while this one is treated.
                 const gradation_entry& next = queue.top();
                 __builtin_prefetch(m_state + next.node);
-                __builtin_prefetch(m_graph + next.slot);
+                __builtin_prefetch(m_state + next.neighbour);
             }
-            const unsigned i = e.node, slot = e.slot, j = m_graph[slot];
+            const unsigned i = e.node, j = e.neighbour;
             if (m_state[i] > e.stamp || (m_state[j] != undefined_index && m_state[j] > e.stamp))
             {
                 ++counters.stale;
                 continue;
             }
             // The entry is the current value of its slot: consume it.
+            const unsigned slot = find_slot(i, j);
             m_keys[slot] = -1.0f;
             m_flags[slot] &= ~queued;
             if (!update(i, j))
@@ -339,7 +339,7 @@ public:
                 else if (m_keys[m] >= 0.0f &&
                          (m_rep[nb] == undefined_index || m_keys[m] > m_keys[m_rep[nb]]))
                 {
-                    if (!queue.push({m_keys[m], stamp, nb, m})) return -199;
+                    if (!queue.push({m_keys[m], stamp, nb, i})) return -199;
                     ++counters.pushes;
                     m_flags[m] |= queued;
                     m_rep[nb] = m;
@@ -424,13 +424,14 @@ private:
         m_flags[k] = order > 0 ? wants_up : 0;
     }
 
-    /// Position of neighbour j in the list of i.
-    unsigned position(unsigned i, unsigned j) const noexcept
+    /// Position of neighbour j in the list of i (which holds it once), without branches.
+    unsigned find_slot(unsigned i, unsigned j) const noexcept
     {
-        unsigned k = m_first[i];
-        while (m_graph[k] != j)
-            ++k;
-        return k;
+        const unsigned begin = m_first[i], end = m_first[i + 1];
+        unsigned found = 0;
+        for (unsigned k = begin; k < end; ++k)
+            found += (m_graph[k] == j) ? k - begin : 0u;
+        return begin + found;
     }
 
     /// Makes the best live slot of node i (key descending, then list position ascending) its
@@ -462,7 +463,7 @@ private:
         if (m_state[nb] != undefined_index && m_state[nb] > S) S = m_state[nb];
         m_flags[best] |= queued;
         ++counters.pushes;
-        return queue.push({best_key, S, i, best});
+        return queue.push({best_key, S, i, nb});
     }
 
     /// False when a move of `node` towards a neighbour whose size compares as `order` (see
