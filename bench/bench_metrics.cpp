@@ -232,6 +232,7 @@ void BM_gradation_iso(benchmark::State& state)
     state.SetItemsProcessed(state.iterations() * std::int64_t(pos.cols()));
     state.counters["nodes"] = double(pos.cols());
     state.counters["modified"] = modified;
+    state.counters["pushes"] = double(c.pushes);
     state.counters["pops"] = double(c.pops);
     state.counters["stale"] = double(c.stale);
     state.counters["updates"] = double(c.updates);
@@ -265,7 +266,9 @@ void BM_gradation_aniso_3d(benchmark::State& state)
     state.SetItemsProcessed(state.iterations() * std::int64_t(pos.cols()));
     state.counters["nodes"] = double(pos.cols());
     state.counters["modified"] = modified;
+    state.counters["pushes"] = double(c.pushes);
     state.counters["pops"] = double(c.pops);
+    state.counters["stale"] = double(c.stale);
     state.counters["updates"] = double(c.updates);
 }
 BENCHMARK(BM_gradation_aniso_3d)->Arg(250000)->Unit(benchmark::kMillisecond)->Iterations(1);

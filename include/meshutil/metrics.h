@@ -346,9 +346,13 @@ MESHUTIL_API int metrics_aniso3d_to_aniso2d(const dense2D<double>& metrics3d,
 // than the largest node index of connectM. Then -199 when memory cannot be had (the field may
 // then be partly graded).
 //
+// Entries of equal keys come out in an order that depends on the queue's arrangement; on
+// structured meshes such ties are common (the two ends of an edge, or nodes graded from the same
+// source), and which move comes first there is not part of the contract.
+//
 // Complexity: O(E log Q) for E queue entries and a queue of at most Q entries; near-linear in
-// the mesh size for size fields of bounded gradient. Extra memory: the node graph, one unsigned
-// and one byte per node, and 16 bytes per queue entry.
+// the mesh size for size fields of bounded gradient. Extra memory: the node graph, 9 bytes per
+// graph entry, two unsigned and one byte per node, and 16 bytes per queue entry.
 
 /// Bounds the size shock of every edge of the node graph of connectM to g, in an isotropic size
 /// field. See the section comment for the moves, directions, frozen nodes and checks.

@@ -38,11 +38,13 @@ static_assert(sizeof(gradation_entry) == 16, "queue entries are 16 bytes");
 
 /// Binary max-heap on the key; a new entry rises only past parents with a strictly smaller key.
 /// Stored from slot 1 (slot 0 unused) in 64-byte aligned memory, so that the two children of a
-/// node share 32 bytes and its four grandchildren one cache line; the removal prefetches the two
-/// lines two levels below the current node, hiding most of the memory latency of deep heaps.
+/// node share 32 bytes and its four grandchildren one cache line; the removal prefetches the four
+/// lines three levels below the current node, hiding most of the memory latency of deep heaps.
 class gradation_queue
 {
 public:
+    /// Capacity for n entries; false when memory cannot be had.
+    bool reserve(std::size_t n) noexcept { return m_v.reserve(n + 1); }
     /// Adds an entry; false when memory cannot be had.
     bool push(const gradation_entry& e) noexcept
     {
@@ -61,6 +63,8 @@ public:
         return true;
     }
     bool empty() const noexcept { return m_v.size() <= 1; }
+    /// The entry with the largest key. Precondition: not empty.
+    const gradation_entry& top() const noexcept { return m_v[1]; }
     std::size_t size() const noexcept { return m_v.empty() ? 0 : m_v.size() - 1; }
     /// Removes and returns the entry with the largest key. Precondition: not empty.
     gradation_entry pop() noexcept
@@ -76,10 +80,12 @@ public:
         {
             std::size_t c = 2 * k;
             if (c >= n) break;
-            if (8 * k < n)
+            if (16 * k < n)
             {
-                __builtin_prefetch(v + 8 * k);
-                __builtin_prefetch(v + 8 * k + 4);
+                __builtin_prefetch(v + 16 * k);
+                __builtin_prefetch(v + 16 * k + 4);
+                __builtin_prefetch(v + 16 * k + 8);
+                __builtin_prefetch(v + 16 * k + 12);
             }
             // Branch-free choice of the larger child (the right one only when strictly larger);
             // slot n is still allocated, and ignored when it is not a child.
@@ -100,6 +106,29 @@ private:
 inline float gradation_key(double s) noexcept
 {
     return float(std::min(s, double(FLT_MAX)));
+}
+
+/// The isotropic shock of an edge is exp(|h_j - h_i| / d) - 1 in exact arithmetic, since the
+/// logarithmic mean of the sizes is |h_j - h_i| / |ln(h_j / h_i)|. As computed (the mean's series
+/// below a 10 % difference is accurate to 3e-7, pow and log to a few ulps), the exponent is within
+/// 1e-6 of its exact value relatively once the sizes differ by 1e-6 or more relatively, and the
+/// pow(...) - 1 cancellation costs at most a few 1e-16 absolutely. So a gap below
+/// (1 - 1e-5) ln(1 + g) per unit length gives a computed shock below g whenever g >= 1e-6: its
+/// margin, at least 9e-6 ln(1 + g) (1 + g), dwarfs both errors. Returns that screen, or 0 (no
+/// screening) for a smaller g.
+inline double shock_screen(double g) noexcept
+{
+    return g >= 1e-6 && g < DBL_MAX ? std::log1p(g) * (1.0 - 1e-5) : 0.0;
+}
+
+/// True when an edge of length d between positive finite sizes hi and hj, differing by at least
+/// 1e-6 relatively, has a gap below screen * d: its computed shock is then not above the g of
+/// the screen (see shock_screen). False means nothing.
+inline bool shock_clearly_below(double hi, double hj, double d, double screen) noexcept
+{
+    const double gap = std::fabs(hj - hi), low = std::min(hi, hj);
+    return low > 0.0 && std::max(hi, hj) < DBL_MAX && d > 0.0 && d < DBL_MAX && gap >= 1e-6 * low &&
+           gap < screen * d;
 }
 
 /// Size variation of an edge from its lengths li, lj in the end sizes and its field length L:
@@ -197,38 +226,60 @@ public:
               bool any_frozen, double g) noexcept
         : m_pos(pos), m_pos_ld(pos_ld), m_field(field), m_field_ld(field_ld), m_first(first),
           m_graph(graph), m_state(state), m_dir(dir), m_any_frozen(any_frozen), m_g(g),
-          m_step(VARIATION ? g : std::log1p(g))
+          m_step(VARIATION ? g : std::log1p(g)), m_screen(shock_screen(g))
     {
     }
 
     /// Runs the propagation over nodes [0, n); returns the number of distinct nodes modified, or
     /// -199 when memory cannot be had.
     ///
-    /// Entries (i, k) that move the same node i and were made at the same stamp S (the seeds of
-    /// i, or the edges of i after its modification at S) form a group: once one of them leads to
-    /// a move of i, all others are stale. So only the group's best entry is queued; when it is
-    /// popped and fails or is stale through k, the group's next entry (by key, then by graph
-    /// order) is queued in its place. As long as the group is alive, i and the neighbours that
-    /// still count are unchanged since S, so the keys kept from S are exact and the entries come
-    /// out of the queue in the order they would have as separate entries (ties aside). Entries
-    /// (k, i) that move the neighbours are queued one by one. An entry that can only fail without
-    /// effect, because its node's direction is already fixed against the move (or the two sizes
-    /// are equal), is not queued: popping it would change nothing.
+    /// Every graph entry (i, k) is a slot holding the key of the entry that would move i towards
+    /// k: the edge's measure when the last move of i or k left it above g (and the move is not
+    /// already ruled out by the direction of i), else -1. A move of i rewrites the slots of i and
+    /// the slot (k, i) of every free neighbour k; a slot whose entry was tried is emptied. So the
+    /// entries that are not stale are exactly the non-empty slots, and their stamp is the later
+    /// stamp of their two nodes.
+    ///
+    /// Not every slot is queued. Each node has a representative, its best slot (key descending,
+    /// then list position), which is always queued; a rewritten slot is queued only when it beats
+    /// the representative, and becomes the new one; when the representative is tried, or
+    /// rewritten, the node's next best slot takes its place (queued unless it still is). A slot
+    /// waiting behind a larger key of its own node could not come out of the queue before that
+    /// key anyway, so the entries are tried in the order in which they would be if every slot were
+    /// queued (ties aside), with far fewer queued entries: most slots are rewritten or made stale
+    /// by a move of their node before their turn. Entries that could only fail without effect,
+    /// because the node's direction is already fixed against the move (or the two sizes are
+    /// equal), are not queued: popping them would change nothing.
     long run(std::size_t n, gradation_counters& counters) noexcept
     {
         gradation_queue queue;
         const std::size_t nbr_entries = m_first[n];
-        if (!m_keys.resize(nbr_entries) || !m_wants.resize(nbr_entries)) return -199;
+        if (!m_keys_store.resize(nbr_entries) || !m_flags_store.resize(nbr_entries) ||
+            !m_rep_store.resize(n, undefined_index) || !m_mirror_store.resize(nbr_entries) ||
+            !queue.reserve(n))
+            return -199;
+        m_keys = m_keys_store.data();
+        m_flags = m_flags_store.data();
+        m_rep = m_rep_store.data();
+        m_mirror = m_mirror_store.data();
+        for (unsigned i = 0; i < n; ++i)
+            for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
+                if (m_graph[k] > i)
+                {
+                    const unsigned m = find_slot(m_graph[k], i);
+                    m_mirror[k] = m;
+                    m_mirror[m] = k;
+                }
         for (unsigned i = 0; i < n; ++i)
         {
             if (m_state[i] == undefined_index) continue;
             for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
             {
                 int order;
-                const double s = measure(i, m_graph[k], order);
+                const double s = screened_measure(i, m_graph[k], order);
                 keep(k, s, order);
             }
-            if (!push_next(queue, i, 0, -1.0f, 0, counters)) return -199;
+            if (!push_best(queue, i, counters)) return -199;
         }
         unsigned stamp = 0;
         long count = 0;
@@ -237,22 +288,26 @@ public:
         {
             const gradation_entry e = queue.pop();
             ++counters.pops;
+            if (!queue.empty())
+            {
+                // The next entry's stamp test reads these: fetch them while this one is treated.
+                const gradation_entry& next = queue.top();
+                __builtin_prefetch(m_state + next.node);
+                __builtin_prefetch(m_state + next.neighbour);
+            }
             const unsigned i = e.node, j = e.neighbour;
-            if (m_state[i] > e.stamp)
+            if (m_state[i] > e.stamp || (m_state[j] != undefined_index && m_state[j] > e.stamp))
             {
                 ++counters.stale;
                 continue;
             }
-            // A group's entry: i is still as it was at the entry's stamp.
-            const bool group = m_state[i] == e.stamp;
-            bool moved = false;
-            if (m_state[j] != undefined_index && m_state[j] > e.stamp)
-                ++counters.stale;
-            else
-                moved = update(i, j);
-            if (!moved)
+            // The entry is the current value of its slot: consume it.
+            const unsigned slot = find_slot(i, j);
+            m_keys[slot] = -1.0f;
+            m_flags[slot] &= ~queued;
+            if (!update(i, j))
             {
-                if (group && !push_next(queue, i, e.stamp, e.key, j, counters)) return -199;
+                if (m_rep[i] == slot && !push_best(queue, i, counters)) return -199;
                 continue;
             }
             ++counters.updates;
@@ -260,19 +315,57 @@ public:
             m_state[i] = ++stamp;
             for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
             {
+                __builtin_prefetch(m_field + m_graph[k] * m_field_ld);
+                __builtin_prefetch(m_pos + m_graph[k] * m_pos_ld);
+                __builtin_prefetch(m_flags + m_mirror[k]);
+                __builtin_prefetch(m_state + m_graph[k]);
+                __builtin_prefetch(m_rep + m_graph[k]);
+                __builtin_prefetch(m_keys + m_mirror[k]);
+            }
+            for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
+            {
                 const unsigned nb = m_graph[k];
                 int order;
-                const double s = measure(i, nb, order);
+                const double s = screened_measure(i, nb, order);
                 keep(k, s, order);
-                if (!(s > m_g) || m_state[nb] == undefined_index || !may_move(nb, -order)) continue;
-                if (!queue.push({gradation_key(s), stamp, nb, i})) return -199;
-                ++counters.pushes;
+                if (m_state[nb] == undefined_index) continue;
+                const unsigned m = m_mirror[k];
+                keep(m, s, -order);
+                if (!may_move(nb, -order)) m_keys[m] = -1.0f;
+                if (m_rep[nb] == m)
+                {
+                    if (!push_best(queue, nb, counters)) return -199;
+                }
+                else if (m_keys[m] >= 0.0f &&
+                         (m_rep[nb] == undefined_index || m_keys[m] > m_keys[m_rep[nb]]))
+                {
+                    if (!queue.push({m_keys[m], stamp, nb, i})) return -199;
+                    ++counters.pushes;
+                    m_flags[m] |= queued;
+                    m_rep[nb] = m;
+                }
             }
-            if (!push_next(queue, i, stamp, -1.0f, 0, counters)) return -199;
+            if (!push_best(queue, i, counters)) return -199;
             // Stamps must stay below the frozen marker; 4e9 modifications end the run.
             if (stamp == undefined_index - 1) break;
         }
         return count;
+    }
+
+    /// The gradation measure of the edge i -> j when it may exceed g; otherwise 0 or the measure
+    /// (both not above g). Isotropic shocks clearly below g are recognised without pow and log.
+    double screened_measure(unsigned i, unsigned j, int& order) const noexcept
+    {
+        if constexpr (!ANISO && !VARIATION)
+        {
+            const double hi = m_field[i * m_field_ld], hj = m_field[j * m_field_ld];
+            if (shock_clearly_below(hi, hj, distance<DIM>(x(i), x(j)), m_screen))
+            {
+                order = hj > hi ? 1 : -1;
+                return 0.0;
+            }
+        }
+        return measure(i, j, order);
     }
 
     /// The gradation measure of the edge i -> j in the current field.
@@ -320,43 +413,57 @@ public:
 private:
     const double* x(unsigned i) const noexcept { return m_pos + i * m_pos_ld; }
 
-    /// Keeps the key of graph entry k (the edge from its node) for the node's group: the
-    /// measure's key when it exceeds g, else -1 (no entry); and the direction of the move.
+    static constexpr unsigned char wants_up = 1, queued = 2;
+
+    /// Keeps the key of graph entry k (the edge from its node): the measure's key when it
+    /// exceeds g, else -1 (nothing to do along it); and the direction of the move. The slot is
+    /// no longer queued (an entry made before is stale).
     void keep(unsigned k, double s, int order) noexcept
     {
         m_keys[k] = s > m_g && order != 0 ? gradation_key(s) : -1.0f;
-        m_wants[k] = order > 0 ? up : down;
+        m_flags[k] = order > 0 ? wants_up : 0;
     }
 
-    /// Queues the best entry of the group of node i made at stamp S that comes after the entry
-    /// (after_key, neighbour after_j) in the order key descending, graph position ascending
-    /// (after_key < 0: from the start). Entries whose neighbour changed after S, or whose move
-    /// the direction of i now forbids, are passed over. False when the queue cannot grow.
-    bool push_next(gradation_queue& queue, unsigned i, unsigned S, float after_key,
-                   unsigned after_j, gradation_counters& counters) noexcept
+    /// Position of neighbour j in the list of i (which holds it once), without branches.
+    unsigned find_slot(unsigned i, unsigned j) const noexcept
     {
         const unsigned begin = m_first[i], end = m_first[i + 1];
-        unsigned after_pos = begin;
-        if (after_key >= 0.0f)
-            while (after_pos < end && m_graph[after_pos] != after_j)
-                ++after_pos;
+        unsigned found = 0;
+        for (unsigned k = begin; k < end; ++k)
+            found += (m_graph[k] == j) ? k - begin : 0u;
+        return begin + found;
+    }
+
+    /// Makes the best live slot of node i (key descending, then list position ascending) its
+    /// representative, and queues it unless already queued. Slots whose move the direction of i
+    /// forbids are passed over. False when the queue cannot grow.
+    bool push_best(gradation_queue& queue, unsigned i, gradation_counters& counters) noexcept
+    {
+        const unsigned begin = m_first[i], end = m_first[i + 1];
         const unsigned char d = m_dir[i];
         unsigned best = end;
         float best_key = -1.0f;
         for (unsigned k = begin; k < end; ++k)
         {
             const float key = m_keys[k];
-            if (!(key > best_key) || (d != 0 && d != m_wants[k])) continue;
-            if (after_key >= 0.0f && (key > after_key || (key == after_key && k <= after_pos)))
-                continue;
-            const unsigned nb = m_graph[k];
-            if (m_state[nb] != undefined_index && m_state[nb] > S) continue;
+            if (!(key > best_key)) continue;
+            if (d != 0 && d != ((m_flags[k] & wants_up) ? up : down)) continue;
             best = k;
             best_key = key;
         }
-        if (best == end) return true;
+        if (best == end)
+        {
+            m_rep[i] = undefined_index;
+            return true;
+        }
+        m_rep[i] = best;
+        if (m_flags[best] & queued) return true;
+        const unsigned nb = m_graph[best];
+        unsigned S = m_state[i];
+        if (m_state[nb] != undefined_index && m_state[nb] > S) S = m_state[nb];
+        m_flags[best] |= queued;
         ++counters.pushes;
-        return queue.push({best_key, S, i, m_graph[best]});
+        return queue.push({best_key, S, i, nb});
     }
 
     /// False when a move of `node` towards a neighbour whose size compares as `order` (see
@@ -601,9 +708,15 @@ private:
     unsigned char* m_dir;
     bool m_any_frozen;
     double m_g;
-    double m_step;         ///< admissible size gap per unit length: ln(1 + g), or g for variations
-    dense1D<float> m_keys; ///< per graph entry: key of the edge in its node's group
-    dense1D<unsigned char> m_wants; ///< per graph entry: direction of the move along it
+    double m_step;   ///< admissible size gap per unit length: ln(1 + g), or g for variations
+    double m_screen; ///< gap per unit length below which an isotropic shock is below g
+    dense1D<float> m_keys_store;
+    dense1D<unsigned char> m_flags_store;
+    dense1D<unsigned> m_rep_store, m_mirror_store;
+    float* m_keys = nullptr;          ///< per graph entry: key of its slot, -1 when empty
+    unsigned char* m_flags = nullptr; ///< per graph entry: direction of the move, queued
+    unsigned* m_rep = nullptr;        ///< per node: its queued best slot, or ~0u
+    unsigned* m_mirror = nullptr;     ///< per graph entry (i, j): the position of i in j's list
 };
 
 /// Checks, set-up and run of a gradation; field points to the first value (or column) of a field

@@ -410,7 +410,9 @@ namespace
 {
 
 /// The propagation written out plainly for isotropic shocks without frozen nodes: every edge
-/// above g is queued in both directions, nothing is grouped or pruned. Returns the count.
+/// above g is queued in both directions, nothing is grouped, deferred or pruned. Returns the
+/// count.
+template <unsigned DIM>
 int plain_gradation(const dense2D<double>& pos, const dense2D<unsigned>& connectM, int direction,
                     double g, std::vector<double>& h)
 {
@@ -440,7 +442,7 @@ int plain_gradation(const dense2D<double>& pos, const dense2D<unsigned>& connect
         return std::sqrt(s);
     };
     auto shock = [&](unsigned a, unsigned b)
-    { return meshutil::detail::iso_edge_shock<2>(pos.col(a), pos.col(b), h[a], h[b]); };
+    { return meshutil::detail::iso_edge_shock<DIM>(pos.col(a), pos.col(b), h[a], h[b]); };
     auto push = [&](double s, unsigned stamp, unsigned a, unsigned b) {
         queue.push({float(std::min(s, double(FLT_MAX))), stamp, a, b, pushed++});
     };
@@ -487,25 +489,70 @@ int plain_gradation(const dense2D<double>& pos, const dense2D<unsigned>& connect
 
 TEST(metric_gradation, same_moves_as_the_plain_propagation)
 {
-    // With a fixed direction only one of the two entries of an edge can move a node, and sizes
-    // within a factor 3 keep the keys of distinct edges apart, so the order of the moves is fixed
-    // and the queued groups must reproduce the plain propagation exactly. (With direction 0 the
-    // two entries of an edge tie, and which end moves depends on how the queue breaks ties.)
+    // With a fixed direction only one of the two entries of an edge can move a node, and jittered
+    // grids keep the keys of distinct edges apart, so the order of the moves is fixed and the
+    // engine's deferred entries must reproduce the plain propagation exactly: with sizes within
+    // a factor 3 (mostly one move per node) and over three decades (several moves per node, many
+    // entries deferred). (With direction 0 the two entries of an edge tie, and which end moves
+    // depends on how the queue breaks ties.)
     rng r(71);
-    for (int dir : {1, -1})
+    for (double hmin : {0.03, 0.001})
+        for (int dim : {2, 3})
+            for (int dir : {1, -1})
+            {
+                dense2D<double> pos;
+                dense2D<unsigned> connectM;
+                if (dim == 2)
+                    grid_mesh<2>(15, r, pos, connectM);
+                else
+                    grid_mesh<3>(7, r, pos, connectM);
+                dense1D<double> h(pos.cols());
+                std::vector<double> ref(pos.cols());
+                for (std::size_t j = 0; j < h.size(); ++j)
+                    h[j] = ref[j] = r.log_uniform(hmin, hmin < 0.01 ? 1.0 : 0.1);
+                const int count = bound_metric_gradations(
+                    pos, connectM, dim == 2 ? EL_TRIA3 : EL_TETRA4, no_nodes, true, dir, 0.3, h);
+                EXPECT_EQ(count, dim == 2 ? plain_gradation<2>(pos, connectM, dir, 0.3, ref)
+                                          : plain_gradation<3>(pos, connectM, dir, 0.3, ref));
+                EXPECT_GT(count, 50);
+                for (std::size_t j = 0; j < h.size(); ++j)
+                    EXPECT_NEAR(h[j], ref[j], 1e-9 * ref[j])
+                        << hmin << " " << dim << " " << dir << " " << j;
+            }
+}
+
+TEST(metric_gradation, shock_screen_never_hides_a_shock_above_g)
+{
+    // Edges whose gap per unit length lies just around the screen, for limits from the smallest
+    // screened one upwards and size differences from the smallest screened one upwards: whenever
+    // the screen says "below g", the shock as computed is not above g. The screen must also
+    // recognise most of the edges below it.
+    rng r(81);
+    for (double g : {1e-6, 1e-3, 0.05, 0.2, 1.0, 10.0, 1e3})
     {
-        dense2D<double> pos;
-        dense2D<unsigned> connectM;
-        grid_mesh<2>(15, r, pos, connectM);
-        dense1D<double> h(pos.cols());
-        std::vector<double> ref(pos.cols());
-        for (std::size_t j = 0; j < h.size(); ++j)
-            h[j] = ref[j] = r.log_uniform(0.03, 0.1);
-        const int count =
-            bound_metric_gradations(pos, connectM, EL_TRIA3, no_nodes, true, dir, 0.3, h);
-        EXPECT_EQ(count, plain_gradation(pos, connectM, dir, 0.3, ref));
-        EXPECT_GT(count, 50);
-        for (std::size_t j = 0; j < h.size(); ++j)
-            EXPECT_NEAR(h[j], ref[j], 1e-9 * ref[j]) << dir << " " << j;
+        const double screen = meshutil::detail::shock_screen(g);
+        ASSERT_GT(screen, 0.0);
+        int screened = 0;
+        for (int k = 0; k < 20000; ++k)
+        {
+            const double hi = r.log_uniform(1e-4, 1e4);
+            const double rel = r.log_uniform(1e-6, 10.0); // relative size difference
+            const double hj = r.uniform(0.0, 1.0) < 0.5 ? hi * (1.0 + rel) : hi / (1.0 + rel);
+            const double gap = std::fabs(hj - hi);
+            const double d = gap / (screen * r.uniform(0.9999, 1.0001)); // gap / d near the screen
+            double xi[3] = {0.0, 0.0, 0.0}, xj[3] = {d, 0.0, 0.0};
+            if (!meshutil::detail::shock_clearly_below(hi, hj, d, screen)) continue;
+            ++screened;
+            EXPECT_LE(meshutil::detail::iso_edge_shock<3>(xi, xj, hi, hj), g)
+                << g << " " << hi << " " << hj << " " << d;
+        }
+        EXPECT_GT(screened, 5000) << g;
     }
+    // Limits too small to screen, and sizes that cannot be screened.
+    EXPECT_EQ(meshutil::detail::shock_screen(1e-7), 0.0);
+    EXPECT_EQ(meshutil::detail::shock_screen(DBL_MAX), 0.0);
+    const double screen = meshutil::detail::shock_screen(0.2);
+    for (double hj : {1.0 + 1e-7, 0.0, -1.0, nan_, DBL_MAX})
+        EXPECT_FALSE(meshutil::detail::shock_clearly_below(1.0, hj, 1e9, screen)) << hj;
+    EXPECT_FALSE(meshutil::detail::shock_clearly_below(1.0, 2.0, 0.0, screen));
 }
