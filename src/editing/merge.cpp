@@ -195,14 +195,15 @@ int merge_exact(const dense2D<double>& pos, const dense1D<unsigned>& A, const de
 }
 
 /// Cells along one axis of a grid: cell of x is floor((x - lo) / side), clamped to [0, n - 1],
-/// a non-decreasing function of x.
+/// a non-decreasing function of x (NaN in cell 0).
 struct grid_axis
 {
     double lo, inv_side;
     std::size_t n;
     std::size_t cell(double x) const noexcept
     {
-        const double v = std::floor((x - lo) * inv_side);
+        // Truncation is the floor for the positive values that reach it.
+        const double v = (x - lo) * inv_side;
         if (!(v > 0.0)) return 0;
         if (v >= double(n - 1)) return n - 1;
         return std::size_t(v);
@@ -466,6 +467,7 @@ int merge_dim(const dense2D<double>& pos, const dense1D<unsigned>& A, const dens
     if (!nan_in_a &&
         (how == merge_search::exact_hash || (how == merge_search::automatic && tol == 0.0)))
         return merge_exact<D>(pos, A, B, map);
+    if (how == merge_search::grid_only) return nan_in_a ? -2 : merge_grid<D>(pos, A, B, map, tol);
     if (!nan_in_a && (how == merge_search::grid || how == merge_search::automatic))
     {
         const int count = merge_grid<D>(pos, A, B, map, tol);

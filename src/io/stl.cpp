@@ -1,5 +1,6 @@
 // STL files: the text and binary readers (corner soup, smallest height, welding by merging) and
 // the text and binary writers.
+#include "editing/editing_private.h"
 #include "io/stl_private.h"
 
 #include <cmath>
@@ -429,26 +430,49 @@ double stl_smallest_height2(const dense2D<double>& pos) noexcept
 
 int stl_weld(dense2D<double>& pos, dense2D<unsigned>& connectM) noexcept
 {
-    const std::size_t nbr_tri = pos.cols() / 3;
+    const std::size_t nbr_tri = pos.cols() / 3, nbr = 3 * nbr_tri;
     const double h2 = stl_smallest_height2(pos);
     if (!pos.resize(3, pos.cols()) || !connectM.resize(3, nbr_tri)) return -199;
-    for (std::size_t t = 0; t < nbr_tri; ++t)
-    {
-        unsigned* e = connectM.col(t);
-        e[0] = unsigned(3 * t), e[1] = unsigned(3 * t + 1), e[2] = unsigned(3 * t + 2);
-    }
+    unsigned* c = connectM.data(); // packed: entry k of the column-major storage is corner k
+    for (std::size_t k = 0; k < nbr; ++k)
+        c[k] = unsigned(k);
     if (h2 == 0.0) return 0;
-    // Exact pass by blocks of triangles (each block's columns are a view of connectM), then the
-    // tolerance pass over everything; positive counts are success.
-    for (std::size_t j0 = 0; j0 < nbr_tri; j0 += stl_exact_block)
+    // The merges below run the node-list merge on the lists that the connectivity form of merge
+    // would gather, with the same maps, skipping its checks and gathering (the connectivity is
+    // sequential and valid by construction).
+    //
+    // Exact pass by blocks of triangles. A block's corners are the consecutive nodes k0, k0 + 1,
+    // ... and its connectivity lists them in that order: the merge of the block is the node-list
+    // merge over the block's columns of pos (a view), with local indices.
+    dense1D<unsigned> local, map;
+    const std::size_t block = 3 * (nbr_tri < stl_exact_block ? nbr_tri : stl_exact_block);
+    if (!local.resize(block)) return -199;
+    for (std::size_t k = 0; k < block; ++k)
+        local[k] = unsigned(k);
+    for (std::size_t k0 = 0; k0 < nbr; k0 += block)
     {
-        const std::size_t n = nbr_tri - j0 < stl_exact_block ? nbr_tri - j0 : stl_exact_block;
-        dense2D<unsigned> block = connectM.sub_matrix(0, j0, 3, n);
-        const int r = merge(pos, block, 0.0, 0);
+        const std::size_t n = nbr - k0 < block ? nbr - k0 : block;
+        const dense2D<double> corners = pos.sub_matrix(0, k0, 3, n);
+        const dense1D<unsigned> list = local.sub_vector(0, n);
+        const int r = merge_nodes(corners, list, list, map, 0.0, merge_search::automatic);
         if (r < 0) return r;
+        for (std::size_t k = 0; k < n; ++k)
+            c[k0 + k] = unsigned(k0 + map[k]);
     }
-    int r = merge(pos, connectM, 0.05 * std::sqrt(h2), 0);
+    // Tolerance pass over the distinct nodes in order of first appearance: every corner now
+    // names its block's first corner at the same position, never a later one, so these are the
+    // corners that name themselves, in increasing order.
+    std::size_t nbr_distinct = 0;
+    for (std::size_t k = 0; k < nbr; ++k)
+        nbr_distinct += c[k] == k;
+    if (!local.resize(nbr_distinct)) return -199;
+    for (std::size_t k = 0, i = 0; k < nbr; ++k)
+        if (c[k] == k) local[i++] = unsigned(k);
+    int r = merge_nodes(pos, local, local, map, 0.05 * std::sqrt(h2), merge_search::automatic);
     if (r < 0) return r;
+    if (r > 0)
+        for (std::size_t k = 0; k < nbr; ++k)
+            c[k] = map[c[k]];
     r = remove_degenerated(connectM, true);
     if (r < 0) return r;
     r = simplify(pos, connectM, 0u);
