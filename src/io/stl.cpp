@@ -437,9 +437,12 @@ int stl_weld(dense2D<double>& pos, dense2D<unsigned>& connectM) noexcept
     for (std::size_t k = 0; k < nbr; ++k)
         c[k] = unsigned(k);
     if (h2 == 0.0) return 0;
-    // The merges below run the node-list merge on the lists that the connectivity form of merge
-    // would gather, with the same maps, skipping its checks and gathering (the connectivity is
-    // sequential and valid by construction).
+    // The steps give the mesh of the public calls (merge of the connectivity by blocks with
+    // tolerance 0, merge of the whole connectivity with the tolerance, remove_degenerated,
+    // simplify): the node-list merges run on the lists those calls would gather, in the same
+    // order, over the same coordinates; node indices are relabelled in increasing order on the
+    // way, which changes no merge (they depend on coordinates and list order only) and keeps
+    // the final order of the nodes.
     //
     // Exact pass by blocks of triangles. A block's corners are the consecutive nodes k0, k0 + 1,
     // ... and its connectivity lists them in that order: the merge of the block is the node-list
@@ -459,24 +462,67 @@ int stl_weld(dense2D<double>& pos, dense2D<unsigned>& connectM) noexcept
         for (std::size_t k = 0; k < n; ++k)
             c[k0 + k] = unsigned(k0 + map[k]);
     }
-    // Tolerance pass over the distinct nodes in order of first appearance: every corner now
-    // names its block's first corner at the same position, never a later one, so these are the
-    // corners that name themselves, in increasing order.
+    // Every corner now names its block's first corner at the same position, never a later one:
+    // the distinct nodes in order of first appearance are the corners that name themselves, in
+    // increasing order. They move to the first columns, in that order.
     std::size_t nbr_distinct = 0;
     for (std::size_t k = 0; k < nbr; ++k)
-        nbr_distinct += c[k] == k;
+    {
+        if (c[k] != k)
+        {
+            c[k] = c[c[k]]; // an earlier corner, already relabelled
+            continue;
+        }
+        if (nbr_distinct != k)
+        {
+            const double* src = pos.col(k);
+            double* dst = pos.col(nbr_distinct);
+            dst[0] = src[0], dst[1] = src[1], dst[2] = src[2];
+        }
+        c[k] = unsigned(nbr_distinct++);
+    }
+    // Tolerance pass over the distinct nodes.
     if (!local.resize(nbr_distinct)) return -199;
-    for (std::size_t k = 0, i = 0; k < nbr; ++k)
-        if (c[k] == k) local[i++] = unsigned(k);
-    int r = merge_nodes(pos, local, local, map, 0.05 * std::sqrt(h2), merge_search::automatic);
+    for (std::size_t k = 0; k < nbr_distinct; ++k)
+        local[k] = unsigned(k);
+    const dense2D<double> distinct = pos.sub_matrix(0, 0, 3, nbr_distinct);
+    const int r =
+        merge_nodes(distinct, local, local, map, 0.05 * std::sqrt(h2), merge_search::automatic);
     if (r < 0) return r;
     if (r > 0)
         for (std::size_t k = 0; k < nbr; ++k)
             c[k] = map[c[k]];
-    r = remove_degenerated(connectM, true);
-    if (r < 0) return r;
-    r = simplify(pos, connectM, 0u);
-    return r < 0 ? r : 0;
+    // Triangles with a repeated node go (order kept); the nodes they alone used go too, the
+    // others keep their order.
+    unsigned* used = map.data(); // ~0u: unused; then the new index
+    for (std::size_t i = 0; i < nbr_distinct; ++i)
+        used[i] = undefined_index;
+    std::size_t kept = 0;
+    for (std::size_t t = 0; t < nbr_tri; ++t)
+    {
+        const unsigned a = c[3 * t], b = c[3 * t + 1], d = c[3 * t + 2];
+        if (a == b || b == d || a == d) continue;
+        unsigned* e = c + 3 * kept++;
+        e[0] = a, e[1] = b, e[2] = d;
+        used[a] = used[b] = used[d] = 0;
+    }
+    std::size_t nbr_used = 0;
+    for (std::size_t i = 0; i < nbr_distinct; ++i)
+    {
+        if (used[i] == undefined_index) continue;
+        if (nbr_used != i)
+        {
+            const double* src = pos.col(i);
+            double* dst = pos.col(nbr_used);
+            dst[0] = src[0], dst[1] = src[1], dst[2] = src[2];
+        }
+        used[i] = unsigned(nbr_used++);
+    }
+    for (std::size_t k = 0; k < 3 * kept; ++k)
+        c[k] = used[c[k]];
+    connectM.resize(3, kept); // shrinking keeps the storage: cannot fail
+    pos.resize(3, nbr_used);
+    return 0;
 }
 
 } // namespace detail
