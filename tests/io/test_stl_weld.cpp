@@ -5,10 +5,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <meshutil/editing.h>
+#include <meshutil/io.h>
 #include <random>
+#include <string>
 #include <vector>
 
 using namespace qx7::meshutil;
@@ -83,6 +87,20 @@ dense2D<double> torus_soup(unsigned nu, unsigned nv, bool moves, bool specials, 
     return pos;
 }
 
+/// n degenerate triangles (a repeated corner, or three points on a line), then the soup.
+dense2D<double> degenerate_first(std::size_t n, const dense2D<double>& soup, std::mt19937& gen)
+{
+    dense2D<double> pos(3, 3 * n + soup.cols());
+    for (std::size_t t = 0; t < n; ++t)
+    {
+        const double x = double(gen() % 1000), y = double(gen() % 1000);
+        const double line[9] = {x, y, 0, x + 1, y, 0, x + (gen() % 2 ? 2 : 1), y, 0};
+        std::memcpy(pos.col(3 * t), line, sizeof line);
+    }
+    if (!soup.empty()) std::memcpy(pos.col(3 * n), soup.data(), 3 * soup.cols() * sizeof(double));
+    return pos;
+}
+
 bool same_bits(const dense2D<double>& a, const dense2D<double>& b)
 {
     return a.rows() == b.rows() && a.cols() == b.cols() &&
@@ -124,4 +142,63 @@ TEST(stl_weld, same_mesh_as_the_public_merge_steps)
         else
             EXPECT_EQ(pos.cols(), std::size_t(s.nu) * s.nv);
     }
+    // Blocks of degenerate triangles before the first positive height (the exact pass waits
+    // for one), and a file of degenerate triangles only (the soup, unmerged).
+    for (bool tail : {true, false})
+    {
+        const dense2D<double> torus = torus_soup(40, 30, true, false, gen);
+        dense2D<double> pos = degenerate_first(110000, tail ? torus : dense2D<double>(), gen), ref;
+        ref.copy(pos);
+        dense2D<unsigned> connectM, ref_connectM;
+        ASSERT_EQ(detail::stl_weld(pos, connectM), 0);
+        ASSERT_EQ(weld_with_public_calls(ref, ref_connectM), 0);
+        ASSERT_TRUE(same_bits(pos, ref));
+        ASSERT_EQ(connectM.cols(), ref_connectM.cols());
+        ASSERT_TRUE(std::equal(connectM.data(), connectM.data() + 3 * connectM.cols(),
+                               ref_connectM.data()));
+        if (!tail)
+        {
+            EXPECT_EQ(pos.cols(), 330000u);
+        }
+    }
+}
+
+TEST(stl_weld, binary_file_over_several_blocks_reads_as_its_soup_welded)
+{
+    // The reader welds while it reads; the soup reader and the public steps give the reference.
+    std::mt19937 gen(43);
+    const dense2D<double> soup = torus_soup(230, 230, true, true, gen);
+    const std::size_t nbr_tri = soup.cols() / 3;
+    std::string bytes(80, '\0');
+    bytes.resize(84 + 50 * nbr_tri, '\0');
+    const std::uint32_t count = std::uint32_t(nbr_tri);
+    for (int k = 0; k < 4; ++k)
+        bytes[80 + k] = char(count >> (8 * k));
+    for (std::size_t t = 0; t < nbr_tri; ++t)
+        for (int k = 0; k < 9; ++k)
+        {
+            const float x = float(soup.col(3 * t)[k]);
+            std::uint32_t w;
+            std::memcpy(&w, &x, 4);
+            for (int b = 0; b < 4; ++b)
+                bytes[84 + 50 * t + 12 + 4 * k + b] = char(w >> (8 * b));
+        }
+    const std::string path = std::string(MESHUTIL_TEST_OUTPUT_DIR) + "/stl_weld_blocks.stl";
+    std::FILE* f = std::fopen(path.c_str(), "wb");
+    ASSERT_NE(f, nullptr);
+    ASSERT_EQ(std::fwrite(bytes.data(), 1, bytes.size(), f), bytes.size());
+    std::fclose(f);
+    dense2D<double> pos, ref;
+    dense2D<unsigned> connectM, ref_connectM;
+    ASSERT_EQ(STL_input(path.c_str(), pos, connectM), 0);
+    f = std::fopen(path.c_str(), "rb");
+    ASSERT_NE(f, nullptr);
+    ASSERT_EQ(detail::stl_read_binary(f, ref), 0);
+    std::fclose(f);
+    ASSERT_EQ(weld_with_public_calls(ref, ref_connectM), 0);
+    ASSERT_TRUE(same_bits(pos, ref));
+    ASSERT_EQ(connectM.cols(), ref_connectM.cols());
+    ASSERT_TRUE(
+        std::equal(connectM.data(), connectM.data() + 3 * connectM.cols(), ref_connectM.data()));
+    std::remove(path.c_str());
 }
