@@ -99,19 +99,22 @@ int merge_tree(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
     return count;
 }
 
-/// Hash of coordinates that equal under == (-0.0 and 0.0 alike).
+/// Hash of coordinates that equal under == (-0.0 and 0.0 alike): the bits of each coordinate
+/// times its own odd constant, then one mixing of the sum.
 template <unsigned D>
 inline std::uint64_t coordinate_hash(const double* p) noexcept
 {
-    std::uint64_t h = 0x9e3779b97f4a7c15ull;
+    constexpr std::uint64_t factor[3] = {0x9e3779b97f4a7c15ull, 0xc2b2ae3d27d4eb4full,
+                                         0x165667b19e3779f9ull};
+    std::uint64_t h = 0;
     for (unsigned i = 0; i < D; ++i)
     {
         const double c = p[i] == 0.0 ? 0.0 : p[i];
         std::uint64_t bits;
         std::memcpy(&bits, &c, sizeof bits);
-        h = mix64(h ^ bits);
+        h += bits * factor[i];
     }
-    return h;
+    return mix64(h);
 }
 
 template <unsigned D>
@@ -151,10 +154,11 @@ int merge_exact(const dense2D<double>& pos, const dense1D<unsigned>& A, const de
     int count = 0;
     if (same_list(A, B))
     {
+        // A node with a NaN coordinate equals none: it starts a class of its own and merges
+        // nothing, as if skipped.
         for (std::size_t ia = 0; ia < na; ++ia)
         {
             const double* p = pos.col(A[ia]);
-            if (has_nan<D>(p)) continue;
             const std::size_t h = class_slot<D>(pos, A, head.data(), mask, p);
             if (head[h] == undefined_index)
                 head[h] = unsigned(ia);
@@ -200,12 +204,18 @@ struct grid_axis
 {
     double lo, inv_side;
     std::size_t n;
+    double last; ///< n - 1
+    grid_axis() = default;
+    grid_axis(double low, double inv, std::size_t cells) noexcept
+        : lo(low), inv_side(inv), n(cells), last(double(cells - 1))
+    {
+    }
     std::size_t cell(double x) const noexcept
     {
         // Truncation is the floor for the positive values that reach it.
         const double v = (x - lo) * inv_side;
         if (!(v > 0.0)) return 0;
-        if (v >= double(n - 1)) return n - 1;
+        if (v >= last) return n - 1;
         return std::size_t(v);
     }
 };
@@ -314,7 +324,7 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
         dims[i] = std::size_t(cells);
         nbr_cells *= dims[i];
         if (nbr_cells > 8 * na + 64) return -2;
-        axis[i] = grid_axis{lo[i], 1.0 / side, dims[i]};
+        axis[i] = grid_axis(lo[i], 1.0 / side, dims[i]);
     }
     dense1D<unsigned> start, rank, cell, key;
     if (!start.resize(nbr_cells + 1, 0u) || !cell.resize(na) || !key.resize(na) ||
@@ -353,7 +363,7 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
     if (shift > 0)
     {
         for (unsigned i = 0; i < D; ++i)
-            axis[i] = grid_axis{lo[i], double(1u << shift) / side, dims[i] << shift};
+            axis[i] = grid_axis(lo[i], double(1u << shift) / side, dims[i] << shift);
         start = 0u;
         bin(shift);
     }
