@@ -141,8 +141,9 @@ inline std::size_t class_slot(const dense2D<double>& pos, const dense1D<unsigned
 /// tol = 0: the nodes of A with a given position form a class; at the first node b of B with
 /// that position (in B's order) every other member merges into b, and later nodes of B at that
 /// position find no candidate left (members are earlier in B, or merged already). NaN
-/// coordinates never compare equal, so such nodes take no part. When B is A, the first member
-/// in A's order is that b: one pass merges each node into the first member of its class met.
+/// coordinates never compare equal, so nodes of B with one take no part; -2 (map unchanged) when
+/// a node of A has one. When B is A, the first member in A's order is that b: one pass merges
+/// each node into the first member of its class met.
 template <unsigned D>
 int merge_exact(const dense2D<double>& pos, const dense1D<unsigned>& A, const dense1D<unsigned>& B,
                 dense1D<unsigned>& map) noexcept
@@ -154,14 +155,22 @@ int merge_exact(const dense2D<double>& pos, const dense1D<unsigned>& A, const de
     int count = 0;
     if (same_list(A, B))
     {
-        // A node with a NaN coordinate equals none: it starts a class of its own and merges
-        // nothing, as if skipped.
+        // A node with a NaN coordinate equals none: it starts a class of its own, where it is
+        // found and the map restored.
         for (std::size_t ia = 0; ia < na; ++ia)
         {
             const double* p = pos.col(A[ia]);
             const std::size_t h = class_slot<D>(pos, A, head.data(), mask, p);
             if (head[h] == undefined_index)
+            {
+                if (has_nan<D>(p))
+                {
+                    for (std::size_t i = 0; i < ia; ++i)
+                        m[A[i]] = A[i];
+                    return -2;
+                }
                 head[h] = unsigned(ia);
+            }
             else
             {
                 m[A[ia]] = A[head[h]];
@@ -175,7 +184,7 @@ int merge_exact(const dense2D<double>& pos, const dense1D<unsigned>& A, const de
     for (std::size_t ia = 0; ia < na; ++ia)
     {
         const double* p = pos.col(A[ia]);
-        if (has_nan<D>(p)) continue;
+        if (has_nan<D>(p)) return -2;
         const std::size_t h = class_slot<D>(pos, A, head.data(), mask, p);
         next[ia] = head[h];
         head[h] = unsigned(ia);
@@ -226,8 +235,8 @@ struct grid_axis
 /// are grouped 2 per axis gives the dimension d of the set (occupied counts scale by 2^d), and
 /// the fine side is chosen so that a fine cell holds about two nodes, never below tol.
 template <unsigned D>
-unsigned fine_shift(const unsigned* counts, const std::size_t* dims, std::size_t na, double side,
-                    double tol) noexcept
+unsigned fine_shift(const unsigned* counts, const std::size_t* dims, std::size_t sampled,
+                    std::size_t stride, double side, double tol) noexcept
 {
     std::uint64_t crowding = 0, occupied = 0;
     std::size_t nbr_cells = 1;
@@ -238,8 +247,11 @@ unsigned fine_shift(const unsigned* counts, const std::size_t* dims, std::size_t
         crowding += std::uint64_t(counts[c]) * counts[c];
         occupied += counts[c] != 0;
     }
-    // Mean number of nodes sharing a node's cell.
-    const double sharing = double(crowding) / double(na);
+    // Mean number of nodes sharing a node's cell. A sample of every stride-th node (fraction f)
+    // puts in a cell of c nodes a binomial count c_s, whose square has the mean
+    // f^2 c^2 + f (1 - f) c: that gives the estimate from the sampled counts.
+    const double f = 1.0 / double(stride);
+    const double sharing = (double(crowding) - (1.0 - f) * double(sampled)) / (f * double(sampled));
     if (sharing <= 4.0) return 0;
     std::size_t half[D], nbr_half = 1;
     for (unsigned i = 0; i < D; ++i)
@@ -358,15 +370,23 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
             ++start[cell[k] + 1];
         }
     };
-    bin(0);
-    const unsigned shift = fine_shift<D>(start.data() + 1, dims, na, side, tol);
-    if (shift > 0)
+    // Coarse counts of a sample (every stride-th node) choose the fine side; then every node
+    // is binned.
+    const std::size_t stride = na > 16384 ? na / 16384 : 1;
+    std::size_t sampled = 0;
+    for (std::size_t k = 0; k < na; k += stride, ++sampled)
     {
+        const double* p = pos.col(A[k]);
+        std::size_t f[D];
         for (unsigned i = 0; i < D; ++i)
-            axis[i] = grid_axis(lo[i], double(1u << shift) / side, dims[i] << shift);
-        start = 0u;
-        bin(shift);
+            f[i] = axis[i].cell(p[i]);
+        ++start[coarse_id(f, 0) + 1];
     }
+    const unsigned shift = fine_shift<D>(start.data() + 1, dims, sampled, stride, side, tol);
+    for (unsigned i = 0; i < D; ++i)
+        axis[i] = grid_axis(lo[i], double(1u << shift) / side, dims[i] << shift);
+    start = 0u;
+    bin(shift);
     for (std::size_t c = 0; c < nbr_cells; ++c)
         start[c + 1] += start[c];
 
@@ -470,15 +490,16 @@ int merge_dim(const dense2D<double>& pos, const dense1D<unsigned>& A, const dens
 {
     // A NaN coordinate in the tree hides the nodes below it on its less side from every box
     // search (no coordinate compares greater or equal to NaN), so the pairs the tree finds then
-    // depend on its shape: only the tree itself gives that result.
-    bool nan_in_a = false;
-    for (std::size_t i = 0; i < A.size() && !nan_in_a; ++i)
-        nan_in_a = has_nan<D>(pos.col(A[i]));
-    if (!nan_in_a &&
-        (how == merge_search::exact_hash || (how == merge_search::automatic && tol == 0.0)))
-        return merge_exact<D>(pos, A, B, map);
-    if (how == merge_search::grid_only) return nan_in_a ? -2 : merge_grid<D>(pos, A, B, map, tol);
-    if (!nan_in_a && (how == merge_search::grid || how == merge_search::automatic))
+    // depend on its shape: only the tree itself gives that result. The hash and the grid give
+    // up (-2, map unchanged) on such nodes.
+    if (how == merge_search::exact_hash || (how == merge_search::automatic && tol == 0.0))
+    {
+        const int count = merge_exact<D>(pos, A, B, map);
+        if (count != -2) return count;
+    }
+    else if (how == merge_search::grid_only)
+        return merge_grid<D>(pos, A, B, map, tol);
+    else if (how == merge_search::grid || how == merge_search::automatic)
     {
         const int count = merge_grid<D>(pos, A, B, map, tol);
         if (count != -2) return count;

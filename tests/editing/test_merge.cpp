@@ -397,12 +397,15 @@ TEST(merge, grid_follows_surfaces_and_curves_with_the_map_of_the_tree)
     using meshutil::detail::merge_nodes;
     using meshutil::detail::merge_search;
     std::mt19937 gen(29);
-    for (unsigned trial = 0; trial < 36; ++trial)
+    // The last three sets pass the size where the grid samples the nodes to size its cells.
+    for (unsigned trial = 0; trial < 39; ++trial)
     {
         const unsigned rows = trial % 6 == 5 ? 2 : 3, shape = trial % 3;
-        const unsigned n = std::vector<unsigned>{40, 700, 3000, 8000}[trial / 3 % 4];
+        const unsigned n =
+            trial >= 36 ? 40000 : std::vector<unsigned>{40, 700, 3000, 8000}[trial / 3 % 4];
         const double spacing = (shape == 0 ? 10.0 : 3.5) / std::sqrt(double(n));
-        const double tol = std::vector<double>{0.0, 1e-3 * spacing, 0.3 * spacing}[trial / 12];
+        const double tol =
+            std::vector<double>{0.0, 1e-3 * spacing, 0.3 * spacing}[trial >= 36 ? 1 : trial / 12];
         SCOPED_TRACE(testing::Message() << "trial " << trial << " n " << n << " tol " << tol);
         const dense2D<double> pos = surface(rows, shape, n, tol, gen);
         // A: all nodes backwards; B: a random half in random order.
