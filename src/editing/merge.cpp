@@ -294,10 +294,11 @@ unsigned fine_shift(const unsigned* counts, const std::size_t* dims, std::size_t
 /// Pairs from a two-level grid over A. Fine cells have side >= tol and the cell of a coordinate
 /// is a non-decreasing function of it, so the fine cells from those of b - tol to b + tol hold
 /// every node of A in the closed box of b, and each candidate passes the very tests of the tree
-/// search. Coarse cells (a dense array sized from the number of nodes) group 2^shift fine cells
-/// per axis; a coarse cell lists its nodes sorted by fine cell (see fine_shift). Returns -2
-/// (nothing changed) when the grid does not suit: a non-finite coordinate in A, or nodes crowded
-/// in few fine cells.
+/// search. Coarse cells sized from the number of nodes are split 2^shift times per axis into
+/// fine cells (see fine_shift); a dense array lists the nodes by cells as fine as its budget
+/// allows, each such cell's nodes sorted by fine cell within it. Returns -2 (nothing changed)
+/// when the grid does not suit: a non-finite coordinate in A, or nodes crowded in few fine
+/// cells.
 template <unsigned D>
 int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const dense1D<unsigned>& B,
                dense1D<unsigned>& map, double tol) noexcept
@@ -342,33 +343,22 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
     if (!start.resize(nbr_cells + 1, 0u) || !cell.resize(na) || !key.resize(na) ||
         !rank.resize(pos.cols(), undefined_index))
         return -199;
-    auto coarse_id = [&](const std::size_t* f, unsigned shift)
+    // Cell of fine coordinates f in a grid of n[i] cells per axis, each 2^bits fine cells wide.
+    auto coarse_id = [](const std::size_t* n, const std::size_t* f, unsigned bits)
     {
         std::size_t id = 0;
         for (unsigned i = D; i-- > 0;)
-            id = id * dims[i] + (f[i] >> shift);
+            id = id * n[i] + (f[i] >> bits);
         return id;
     };
-    auto fine_key = [&](const std::size_t* f, unsigned shift)
+    // Fine cell of fine coordinates f within their cell of the dense array.
+    auto fine_key = [](const std::size_t* f, unsigned bits)
     {
-        const std::size_t low = (std::size_t(1) << shift) - 1;
+        const std::size_t low = (std::size_t(1) << bits) - 1;
         unsigned k = 0;
         for (unsigned i = D; i-- > 0;)
-            k = (k << shift) | unsigned(f[i] & low);
+            k = (k << bits) | unsigned(f[i] & low);
         return k;
-    };
-    auto bin = [&](unsigned shift)
-    {
-        for (std::size_t k = 0; k < na; ++k)
-        {
-            const double* p = pos.col(A[k]);
-            std::size_t f[D];
-            for (unsigned i = 0; i < D; ++i)
-                f[i] = axis[i].cell(p[i]);
-            cell[k] = unsigned(coarse_id(f, shift));
-            key[k] = fine_key(f, shift);
-            ++start[cell[k] + 1];
-        }
     };
     // Coarse counts of a sample (every stride-th node) choose the fine side; then every node
     // is binned.
@@ -380,13 +370,38 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
         std::size_t f[D];
         for (unsigned i = 0; i < D; ++i)
             f[i] = axis[i].cell(p[i]);
-        ++start[coarse_id(f, 0) + 1];
+        ++start[coarse_id(dims, f, 0) + 1];
     }
     const unsigned shift = fine_shift<D>(start.data() + 1, dims, sampled, stride, side, tol);
     for (unsigned i = 0; i < D; ++i)
         axis[i] = grid_axis(lo[i], double(1u << shift) / side, dims[i] << shift);
+    // Cells listed through the dense array: as fine as its budget of 8 na + 64 cells allows;
+    // the lower `bits` bits of the fine coordinates tell the fine cell within such a cell.
+    unsigned bits = shift;
+    while (bits > 0)
+    {
+        double cells = 1.0;
+        for (unsigned i = 0; i < D; ++i)
+            cells *= double(dims[i] << (shift - bits + 1));
+        if (cells > double(8 * na + 64)) break;
+        --bits;
+    }
+    std::size_t cdims[D];
+    nbr_cells = 1;
+    for (unsigned i = 0; i < D; ++i)
+        nbr_cells *= (cdims[i] = dims[i] << (shift - bits));
+    if (!start.resize(nbr_cells + 1)) return -199;
     start = 0u;
-    bin(shift);
+    for (std::size_t k = 0; k < na; ++k)
+    {
+        const double* p = pos.col(A[k]);
+        std::size_t f[D];
+        for (unsigned i = 0; i < D; ++i)
+            f[i] = axis[i].cell(p[i]);
+        cell[k] = unsigned(coarse_id(cdims, f, bits));
+        key[k] = fine_key(f, bits);
+        ++start[cell[k] + 1];
+    }
     for (std::size_t c = 0; c < nbr_cells; ++c)
         start[c + 1] += start[c];
 
@@ -421,7 +436,7 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
     {
         item* first = items.data() + start[c];
         item* last = items.data() + start[c + 1];
-        if (shift > 0 && last - first > 1)
+        if (bits > 0 && last - first > 1)
             std::sort(first, last, [](const item& x, const item& y) { return x.key < y.key; });
         for (item* run = first; run != last;)
         {
@@ -453,11 +468,11 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
         if (!finite) continue;
         for (;;)
         {
-            const std::size_t id = coarse_id(at, shift);
-            const unsigned k = fine_key(at, shift);
+            const std::size_t id = coarse_id(cdims, at, bits);
+            const unsigned k = fine_key(at, bits);
             const item* it = items.data() + start[id];
             const item* end = items.data() + start[id + 1];
-            if (shift > 0)
+            if (bits > 0)
             {
                 if (end - it > 8)
                     it = std::lower_bound(it, end, k,
