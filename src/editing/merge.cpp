@@ -405,27 +405,18 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
     for (std::size_t c = 0; c < nbr_cells; ++c)
         start[c + 1] += start[c];
 
-    // Items carry their coordinates, fine key and position in B (fixed in advance: at step j a
-    // node was handled when its position is at most j), so a scan reads one contiguous block.
+    // Items: a node and its fine key, by cell (small, so that building and sorting them stays
+    // cheap; the coordinates are read from pos, in an order close to that of the cells).
     struct item
     {
-        double c[D];
-        unsigned node, rank, key;
+        unsigned node, key;
     };
     dense1D<item> items;
     if (!items.resize(na)) return -199;
     for (std::size_t j = 0; j < B.size(); ++j)
         rank[B[j]] = unsigned(j);
     for (std::size_t k = 0; k < na; ++k)
-    {
-        const double* p = pos.col(A[k]);
-        item& it = items[start[cell[k]]++];
-        for (unsigned i = 0; i < D; ++i)
-            it.c[i] = p[i];
-        it.node = A[k];
-        it.rank = rank[A[k]];
-        it.key = key[k];
-    }
+        items[start[cell[k]]++] = item{A[k], key[k]};
     for (std::size_t c = nbr_cells; c > 0; --c)
         start[c] = start[c - 1];
     start[0] = 0;
@@ -483,8 +474,9 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
             }
             for (; it != end && it->key == k; ++it)
             {
+                // At step j a node was handled when its position in B is at most j.
                 const unsigned a = it->node;
-                if (it->rank <= j || !within<D>(p, it->c, tol) || m[a] != a) continue;
+                if (rank[a] <= j || !within<D>(p, pos.col(a), tol) || m[a] != a) continue;
                 m[a] = b;
                 ++count;
             }
