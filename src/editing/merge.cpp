@@ -336,7 +336,7 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
         if (!(cells <= double(4 * na + 16))) return -2;
         dims[i] = std::size_t(cells);
         nbr_cells *= dims[i];
-        if (nbr_cells > 8 * na + 64) return -2;
+        if (nbr_cells > 8 * na + 64 || nbr_cells >= undefined_index) return -2;
         axis[i] = grid_axis(lo[i], 1.0 / side, dims[i]);
     }
     dense1D<unsigned> start, rank, cell, key;
@@ -375,15 +375,16 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
     const unsigned shift = fine_shift<D>(start.data() + 1, dims, sampled, stride, side, tol);
     for (unsigned i = 0; i < D; ++i)
         axis[i] = grid_axis(lo[i], double(1u << shift) / side, dims[i] << shift);
-    // Cells listed through the dense array: as fine as its budget of 8 na + 64 cells allows;
-    // the lower `bits` bits of the fine coordinates tell the fine cell within such a cell.
+    // Cells listed through the dense array: as fine as its budget of 8 na + 64 cells (with
+    // 32-bit ids) allows; the lower `bits` bits of the fine coordinates tell the fine cell
+    // within such a cell.
     unsigned bits = shift;
     while (bits > 0)
     {
         double cells = 1.0;
         for (unsigned i = 0; i < D; ++i)
             cells *= double(dims[i] << (shift - bits + 1));
-        if (cells > double(8 * na + 64)) break;
+        if (cells > double(8 * na + 64) || cells >= double(undefined_index)) break;
         --bits;
     }
     std::size_t cdims[D];
