@@ -157,10 +157,24 @@ int merge_exact(const dense2D<double>& pos, const dense1D<unsigned>& A, const de
     {
         // A node with a NaN coordinate equals none: it starts a class of its own, where it is
         // found and the map restored.
+        // The slot of the node `ahead` places on is computed early and its line fetched, so
+        // that the table's cache misses overlap.
+        constexpr std::size_t ahead = 16;
+        std::size_t slot[ahead];
+        for (std::size_t ia = 0; ia < ahead && ia < na; ++ia)
+            slot[ia] = coordinate_hash<D>(pos.col(A[ia])) & mask;
         for (std::size_t ia = 0; ia < na; ++ia)
         {
             const double* p = pos.col(A[ia]);
-            const std::size_t h = class_slot<D>(pos, A, head.data(), mask, p);
+            std::size_t h = slot[ia % ahead];
+            if (ia + ahead < na)
+            {
+                const std::size_t next_slot = coordinate_hash<D>(pos.col(A[ia + ahead])) & mask;
+                __builtin_prefetch(head.data() + next_slot);
+                slot[ia % ahead] = next_slot;
+            }
+            while (head[h] != undefined_index && !same_point<D>(pos.col(A[head[h]]), p))
+                h = (h + 1) & mask;
             if (head[h] == undefined_index)
             {
                 if (has_nan<D>(p))
