@@ -229,7 +229,10 @@ MESHUTIL_API int vtk_output(const char* filename, const dense2D<double>& pos,
 /// keep the file's order; the nodes are the surviving corners in file order, each with its own
 /// coordinates (a corner is merged into the earliest corner within the tolerance, chains
 /// resolved). A successful read always gives 3-row outputs, 3 x 0 for a file without triangles.
-/// The storage of the outputs is reused; `pos` may keep capacity for the unmerged corners.
+/// The corners are welded while the file is read: they wait in a buffer of one block until a
+/// triangle with a positive height has been seen, and only the distinct corners of each block
+/// are kept (the result is the one of the steps above). The storage of the outputs is reused;
+/// `pos` may keep capacity for those distinct corners.
 /// @param[in]  filename  path of the file.
 /// @param[out] pos       3 x nbr_nodes coordinates; emptied first, empty on failure.
 /// @param[out] connectM  3 x nbr_triangles node indices; emptied first, empty on failure.
@@ -238,7 +241,9 @@ MESHUTIL_API int vtk_output(const char* filename, const dense2D<double>& pos,
 ///         error, binary: truncated data; -199 memory (also when the corners would number
 ///         2^32 - 1 or more). Outputs on failure: emptied.
 /// Complexity: O(file size) parsing, then the merges: near-linear in the number of triangles
-/// for well-spread nodes; O(nbr_triangles) extra memory besides the merges' own.
+/// for well-spread nodes (on surfaces too); extra memory: one block of corners and the merges'
+/// scratch over the distinct corners (a file whose first blocks have no positive height keeps
+/// their corners until one comes).
 MESHUTIL_API int STL_input(const char* filename, dense2D<double>& pos,
                            dense2D<unsigned>& connectM) noexcept;
 

@@ -290,12 +290,14 @@ enum class merge_search
     automatic,  ///< exact hash for tol = 0, grid for a small tol when it stays cheap, else tree
     tree,       ///< k-d tree over A and a closed-box search per node of B
     exact_hash, ///< coordinate hash (tol = 0 only)
-    grid        ///< uniform grid (finite coordinates only; falls back to the tree otherwise)
+    grid,       ///< uniform grid (finite coordinates only; falls back to the tree otherwise)
+    grid_only   ///< the grid, or -2 (map empty) where grid falls back to the tree
 };
 
 /// The node-list merge on checked input: A and B distinct valid node lists (B may share A's
 /// storage), pos with 2 or 3 rows, tol >= 0. map becomes pos.cols() resolved survivors (each node
-/// of A merged into the earliest node of B within tol). Returns the count or -199 (map empty).
+/// of A merged into the earliest node of B within tol). Returns the count, -2 (grid_only) or -199
+/// (map empty).
 int merge_nodes(const dense2D<double>& pos, const dense1D<unsigned>& A, const dense1D<unsigned>& B,
                 dense1D<unsigned>& map, double tol, merge_search how) noexcept;
 

@@ -14,6 +14,13 @@ namespace detail
 namespace
 {
 
+/// Whether two node lists hold the same values in the same order.
+inline bool same_list(const dense1D<unsigned>& a, const dense1D<unsigned>& b) noexcept
+{
+    return a.size() == b.size() &&
+           (a.data() == b.data() || std::equal(a.begin(), a.end(), b.begin()));
+}
+
 template <unsigned D>
 inline bool has_nan(const double* p) noexcept
 {
@@ -92,19 +99,22 @@ int merge_tree(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
     return count;
 }
 
-/// Hash of coordinates that equal under == (-0.0 and 0.0 alike).
+/// Hash of coordinates that equal under == (-0.0 and 0.0 alike): the bits of each coordinate
+/// times its own odd constant, then one mixing of the sum.
 template <unsigned D>
 inline std::uint64_t coordinate_hash(const double* p) noexcept
 {
-    std::uint64_t h = 0x9e3779b97f4a7c15ull;
+    constexpr std::uint64_t factor[3] = {0x9e3779b97f4a7c15ull, 0xc2b2ae3d27d4eb4full,
+                                         0x165667b19e3779f9ull};
+    std::uint64_t h = 0;
     for (unsigned i = 0; i < D; ++i)
     {
         const double c = p[i] == 0.0 ? 0.0 : p[i];
         std::uint64_t bits;
         std::memcpy(&bits, &c, sizeof bits);
-        h = mix64(h ^ bits);
+        h += bits * factor[i];
     }
-    return h;
+    return mix64(h);
 }
 
 template <unsigned D>
@@ -115,38 +125,90 @@ inline bool same_point(const double* p, const double* q) noexcept
     return true;
 }
 
+/// Slot of the class of p in an open-addressing table over positions in A (class heads, ~0u for
+/// a free slot): the slot holding a position whose node has p's coordinates, else the free slot
+/// that ends the probe.
+template <unsigned D>
+inline std::size_t class_slot(const dense2D<double>& pos, const dense1D<unsigned>& A,
+                              const unsigned* head, std::size_t mask, const double* p) noexcept
+{
+    std::size_t h = coordinate_hash<D>(p) & mask;
+    while (head[h] != undefined_index && !same_point<D>(pos.col(A[head[h]]), p))
+        h = (h + 1) & mask;
+    return h;
+}
+
 /// tol = 0: the nodes of A with a given position form a class; at the first node b of B with
 /// that position (in B's order) every other member merges into b, and later nodes of B at that
 /// position find no candidate left (members are earlier in B, or merged already). NaN
-/// coordinates never compare equal, so such nodes take no part.
+/// coordinates never compare equal, so nodes of B with one take no part; -2 (map unchanged) when
+/// a node of A has one. When B is A, the first member in A's order is that b: one pass merges
+/// each node into the first member of its class met.
 template <unsigned D>
 int merge_exact(const dense2D<double>& pos, const dense1D<unsigned>& A, const dense1D<unsigned>& B,
                 dense1D<unsigned>& map) noexcept
 {
     const std::size_t na = A.size(), cap = hash_capacity(na), mask = cap - 1;
     dense1D<unsigned> head, next;
+    if (!head.resize(cap, undefined_index)) return -199;
+    unsigned* m = map.data();
+    int count = 0;
+    if (same_list(A, B))
+    {
+        // A node with a NaN coordinate equals none: it starts a class of its own, where it is
+        // found and the map restored.
+        // The slot of the node `ahead` places on is computed early and its line fetched, so
+        // that the table's cache misses overlap.
+        constexpr std::size_t ahead = 16;
+        std::size_t slot[ahead];
+        for (std::size_t ia = 0; ia < ahead && ia < na; ++ia)
+            slot[ia] = coordinate_hash<D>(pos.col(A[ia])) & mask;
+        for (std::size_t ia = 0; ia < na; ++ia)
+        {
+            const double* p = pos.col(A[ia]);
+            std::size_t h = slot[ia % ahead];
+            if (ia + ahead < na)
+            {
+                const std::size_t next_slot = coordinate_hash<D>(pos.col(A[ia + ahead])) & mask;
+                __builtin_prefetch(head.data() + next_slot);
+                slot[ia % ahead] = next_slot;
+            }
+            while (head[h] != undefined_index && !same_point<D>(pos.col(A[head[h]]), p))
+                h = (h + 1) & mask;
+            if (head[h] == undefined_index)
+            {
+                if (has_nan<D>(p))
+                {
+                    for (std::size_t i = 0; i < ia; ++i)
+                        m[A[i]] = A[i];
+                    return -2;
+                }
+                head[h] = unsigned(ia);
+            }
+            else
+            {
+                m[A[ia]] = A[head[h]];
+                ++count;
+            }
+        }
+        return count;
+    }
     dense1D<unsigned char> done;
-    if (!head.resize(cap, undefined_index) || !next.resize(na) || !done.resize(cap, 0)) return -199;
+    if (!next.resize(na) || !done.resize(cap, 0)) return -199;
     for (std::size_t ia = 0; ia < na; ++ia)
     {
         const double* p = pos.col(A[ia]);
-        if (has_nan<D>(p)) continue;
-        std::size_t h = coordinate_hash<D>(p) & mask;
-        while (head[h] != undefined_index && !same_point<D>(pos.col(A[head[h]]), p))
-            h = (h + 1) & mask;
+        if (has_nan<D>(p)) return -2;
+        const std::size_t h = class_slot<D>(pos, A, head.data(), mask, p);
         next[ia] = head[h];
         head[h] = unsigned(ia);
     }
-    unsigned* m = map.data();
-    int count = 0;
     for (std::size_t j = 0; j < B.size(); ++j)
     {
         const unsigned b = B[j];
         const double* p = pos.col(b);
         if (has_nan<D>(p)) continue;
-        std::size_t h = coordinate_hash<D>(p) & mask;
-        while (head[h] != undefined_index && !same_point<D>(pos.col(A[head[h]]), p))
-            h = (h + 1) & mask;
+        const std::size_t h = class_slot<D>(pos, A, head.data(), mask, p);
         if (head[h] == undefined_index || done[h]) continue;
         done[h] = 1;
         for (unsigned ia = head[h]; ia != undefined_index; ia = next[ia])
@@ -159,11 +221,98 @@ int merge_exact(const dense2D<double>& pos, const dense1D<unsigned>& A, const de
     return count;
 }
 
-/// Pairs from a uniform grid over A: cells of side h >= tol, so the closed box of a node of B
-/// covers at most 3 cells per axis; the cell of a coordinate is a non-decreasing function of it,
-/// so the cells from those of b - tol to b + tol hold every node of A in the box, and each
-/// candidate passes the very tests of the tree search. Returns -2 (nothing changed) when the grid
-/// does not suit: a non-finite coordinate in A, or nodes crowded in few cells.
+/// Cells along one axis of a grid: cell of x is floor((x - lo) / side), clamped to [0, n - 1],
+/// a non-decreasing function of x (NaN in cell 0).
+struct grid_axis
+{
+    double lo, inv_side;
+    std::size_t n;
+    double last; ///< n - 1
+    grid_axis() = default;
+    grid_axis(double low, double inv, std::size_t cells) noexcept
+        : lo(low), inv_side(inv), n(cells), last(double(cells - 1))
+    {
+    }
+    std::size_t cell(double x) const noexcept
+    {
+        // Truncation is the floor for the positive values that reach it.
+        const double v = (x - lo) * inv_side;
+        if (!(v > 0.0)) return 0;
+        if (v >= last) return n - 1;
+        return std::size_t(v);
+    }
+};
+
+/// Side of the finest cells per coarse cell side: a power of two 2^shift. Nodes that fill their
+/// bounding box give about one node per coarse cell and shift 0. Nodes on a surface or a curve
+/// leave most coarse cells empty and crowd the others: the number of occupied cells when cells
+/// are grouped 2 per axis gives the dimension d of the set (occupied counts scale by 2^d), and
+/// the fine side is chosen so that a fine cell holds about two nodes, never below tol.
+template <unsigned D>
+unsigned fine_shift(const unsigned* counts, const std::size_t* dims, std::size_t sampled,
+                    std::size_t stride, double side, double tol) noexcept
+{
+    std::uint64_t crowding = 0, occupied = 0;
+    std::size_t nbr_cells = 1;
+    for (unsigned i = 0; i < D; ++i)
+        nbr_cells *= dims[i];
+    for (std::size_t c = 0; c < nbr_cells; ++c)
+    {
+        crowding += std::uint64_t(counts[c]) * counts[c];
+        occupied += counts[c] != 0;
+    }
+    // Mean number of nodes sharing a node's cell. A sample of every stride-th node (fraction f)
+    // puts in a cell of c nodes a binomial count c_s, whose square has the mean
+    // f^2 c^2 + f (1 - f) c: that gives the estimate from the sampled counts.
+    const double f = 1.0 / double(stride);
+    const double sharing = (double(crowding) - (1.0 - f) * double(sampled)) / (f * double(sampled));
+    if (sharing <= 4.0) return 0;
+    std::size_t half[D], nbr_half = 1;
+    for (unsigned i = 0; i < D; ++i)
+        nbr_half *= (half[i] = (dims[i] + 1) / 2);
+    dense1D<unsigned char> mark;
+    if (!mark.resize(nbr_half, 0)) return 0;
+    std::uint64_t occupied_half = 0;
+    std::size_t at[D] = {};
+    for (std::size_t c = 0; c < nbr_cells; ++c)
+    {
+        if (counts[c] != 0)
+        {
+            std::size_t id = 0;
+            for (unsigned i = D; i-- > 0;)
+                id = id * half[i] + at[i] / 2;
+            occupied_half += mark[id] == 0;
+            mark[id] = 1;
+        }
+        for (unsigned i = 0; i < D && ++at[i] == dims[i]; ++i)
+            at[i] = 0;
+    }
+    const double dim =
+        std::min(double(D), std::max(1.0, std::log2(double(occupied) / double(occupied_half))));
+    const double ratio = std::pow(sharing / 2.0, 1.0 / dim);
+    unsigned shift = 0;
+    // Fine cells at least tol wide; fine counts per axis (dims << shift) below 2^31, and at most
+    // 2^27 fine cells per coarse cell, so that in-cell keys fit 32 bits.
+    while (double(1u << (shift + 1)) <= 2.0 * ratio && shift + 1 <= 27 / D &&
+           !(side / double(1u << (shift + 1)) < tol))
+    {
+        bool fits = true;
+        for (unsigned i = 0; i < D; ++i)
+            fits = fits && (std::uint64_t(dims[i]) << (shift + 1)) < (std::uint64_t(1) << 31);
+        if (!fits) break;
+        ++shift;
+    }
+    return shift;
+}
+
+/// Pairs from a two-level grid over A. Fine cells have side >= tol and the cell of a coordinate
+/// is a non-decreasing function of it, so the fine cells from those of b - tol to b + tol hold
+/// every node of A in the closed box of b, and each candidate passes the very tests of the tree
+/// search. Coarse cells sized from the number of nodes are split 2^shift times per axis into
+/// fine cells (see fine_shift); a dense array lists the nodes by cells as fine as its budget
+/// allows, each such cell's nodes sorted by fine cell within it. Returns -2 (nothing changed)
+/// when the grid does not suit: a non-finite coordinate in A, or nodes crowded in few fine
+/// cells.
 template <unsigned D>
 int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const dense1D<unsigned>& B,
                dense1D<unsigned>& map, double tol) noexcept
@@ -186,75 +335,125 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
             hi[i] = std::max(hi[i], p[i]);
         }
     }
-    // About one node per cell when the nodes fill their box, never cells finer than tol.
+    // About one node per coarse cell when the nodes fill their box, never cells finer than tol.
     double extent = 0.0;
     for (unsigned i = 0; i < D; ++i)
         extent = std::max(extent, hi[i] - lo[i]);
     const double per_axis = std::ceil(std::pow(double(na), 1.0 / D));
-    double h = std::max(tol, extent / per_axis);
-    if (!(h > 0.0) || !std::isfinite(h)) h = 1.0;
-    const double inv_h = 1.0 / h;
+    double side = std::max(tol, extent / per_axis);
+    if (!(side > 0.0) || !std::isfinite(side)) side = 1.0;
     std::size_t dims[D], nbr_cells = 1;
+    grid_axis axis[D];
     for (unsigned i = 0; i < D; ++i)
     {
-        const double cells = std::floor((hi[i] - lo[i]) * inv_h) + 1.0;
+        const double cells = std::floor((hi[i] - lo[i]) / side) + 1.0;
         if (!(cells <= double(4 * na + 16))) return -2;
         dims[i] = std::size_t(cells);
         nbr_cells *= dims[i];
-        if (nbr_cells > 8 * na + 64) return -2;
+        if (nbr_cells > 8 * na + 64 || nbr_cells >= undefined_index) return -2;
+        axis[i] = grid_axis(lo[i], 1.0 / side, dims[i]);
     }
-    auto cell_of = [&](unsigned i, double x) -> std::size_t
-    {
-        const double v = std::floor((x - lo[i]) * inv_h);
-        if (!(v > 0.0)) return 0;
-        if (v >= double(dims[i] - 1)) return dims[i] - 1;
-        return std::size_t(v);
-    };
-    auto cell_id = [&](const double* p)
+    dense1D<unsigned> start, rank, cell, key;
+    if (!start.resize(nbr_cells + 1, 0u) || !cell.resize(na) || !key.resize(na) ||
+        !rank.resize(pos.cols(), undefined_index))
+        return -199;
+    // Cell of fine coordinates f in a grid of n[i] cells per axis, each 2^bits fine cells wide.
+    auto coarse_id = [](const std::size_t* n, const std::size_t* f, unsigned bits)
     {
         std::size_t id = 0;
         for (unsigned i = D; i-- > 0;)
-            id = id * dims[i] + cell_of(i, p[i]);
+            id = id * n[i] + (f[i] >> bits);
         return id;
     };
-    // Items carry their coordinates and their position in B (fixed in advance: at step j a node
-    // was handled when its position is at most j), so a scan reads one contiguous block.
-    struct item
+    // Fine cell of fine coordinates f within their cell of the dense array.
+    auto fine_key = [](const std::size_t* f, unsigned bits)
     {
-        double c[D];
-        unsigned node, rank;
+        const std::size_t low = (std::size_t(1) << bits) - 1;
+        unsigned k = 0;
+        for (unsigned i = D; i-- > 0;)
+            k = (k << bits) | unsigned(f[i] & low);
+        return k;
     };
-    dense1D<unsigned> start, rank, cell;
-    dense1D<item> items;
-    if (!start.resize(nbr_cells + 1, 0u) || !items.resize(na) || !cell.resize(na) ||
-        !rank.resize(pos.cols(), undefined_index))
-        return -199;
-    for (std::size_t j = 0; j < B.size(); ++j)
-        rank[B[j]] = unsigned(j);
-    for (std::size_t k = 0; k < na; ++k)
+    // Coarse counts of a sample (every stride-th node) choose the fine side; then every node
+    // is binned.
+    const std::size_t stride = na > 16384 ? na / 16384 : 1;
+    std::size_t sampled = 0;
+    for (std::size_t k = 0; k < na; k += stride, ++sampled)
     {
-        cell[k] = unsigned(cell_id(pos.col(A[k])));
-        ++start[cell[k] + 1];
+        const double* p = pos.col(A[k]);
+        std::size_t f[D];
+        for (unsigned i = 0; i < D; ++i)
+            f[i] = axis[i].cell(p[i]);
+        ++start[coarse_id(dims, f, 0) + 1];
     }
-    std::uint64_t crowding = 0;
-    for (std::size_t c = 0; c < nbr_cells; ++c)
+    const unsigned shift = fine_shift<D>(start.data() + 1, dims, sampled, stride, side, tol);
+    for (unsigned i = 0; i < D; ++i)
+        axis[i] = grid_axis(lo[i], double(1u << shift) / side, dims[i] << shift);
+    // Cells listed through the dense array: as fine as its budget of 8 na + 64 cells (with
+    // 32-bit ids) allows; the lower `bits` bits of the fine coordinates tell the fine cell
+    // within such a cell.
+    unsigned bits = shift;
+    while (bits > 0)
     {
-        crowding += std::uint64_t(start[c + 1]) * start[c + 1];
-        start[c + 1] += start[c];
+        double cells = 1.0;
+        for (unsigned i = 0; i < D; ++i)
+            cells *= double(dims[i] << (shift - bits + 1));
+        if (cells > double(8 * na + 64) || cells >= double(undefined_index)) break;
+        --bits;
     }
-    if (crowding > 16 * std::uint64_t(na) + 1024) return -2;
+    std::size_t cdims[D];
+    nbr_cells = 1;
+    for (unsigned i = 0; i < D; ++i)
+        nbr_cells *= (cdims[i] = dims[i] << (shift - bits));
+    if (!start.resize(nbr_cells + 1)) return -199;
+    start = 0u;
     for (std::size_t k = 0; k < na; ++k)
     {
         const double* p = pos.col(A[k]);
-        item& it = items[start[cell[k]]++];
+        std::size_t f[D];
         for (unsigned i = 0; i < D; ++i)
-            it.c[i] = p[i];
-        it.node = A[k];
-        it.rank = rank[A[k]];
+            f[i] = axis[i].cell(p[i]);
+        cell[k] = unsigned(coarse_id(cdims, f, bits));
+        key[k] = fine_key(f, bits);
+        ++start[cell[k] + 1];
     }
+    for (std::size_t c = 0; c < nbr_cells; ++c)
+        start[c + 1] += start[c];
+
+    // Items: a node and its fine key, by cell (small, so that building and sorting them stays
+    // cheap; the coordinates are read from pos, in an order close to that of the cells).
+    struct item
+    {
+        unsigned node, key;
+    };
+    dense1D<item> items;
+    if (!items.resize(na)) return -199;
+    for (std::size_t j = 0; j < B.size(); ++j)
+        rank[B[j]] = unsigned(j);
+    for (std::size_t k = 0; k < na; ++k)
+        items[start[cell[k]]++] = item{A[k], key[k]};
     for (std::size_t c = nbr_cells; c > 0; --c)
         start[c] = start[c - 1];
     start[0] = 0;
+    // Each coarse cell sorted by fine key (the order within a fine cell plays no part); nodes
+    // crowded in fine cells make the scans quadratic: the tree suits better.
+    std::uint64_t crowding = 0;
+    for (std::size_t c = 0; c < nbr_cells; ++c)
+    {
+        item* first = items.data() + start[c];
+        item* last = items.data() + start[c + 1];
+        if (bits > 0 && last - first > 1)
+            std::sort(first, last, [](const item& x, const item& y) { return x.key < y.key; });
+        for (item* run = first; run != last;)
+        {
+            item* end = run + 1;
+            while (end != last && end->key == run->key)
+                ++end;
+            crowding += std::uint64_t(end - run) * std::uint64_t(end - run);
+            run = end;
+        }
+    }
+    if (crowding > 16 * std::uint64_t(na) + 1024) return -2;
 
     unsigned* m = map.data();
     int count = 0;
@@ -267,21 +466,32 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
         for (unsigned i = 0; i < D; ++i)
         {
             finite = finite && std::isfinite(p[i]);
-            first[i] = cell_of(i, p[i] - tol);
-            last[i] = cell_of(i, p[i] + tol);
+            first[i] = axis[i].cell(p[i] - tol);
+            last[i] = axis[i].cell(p[i] + tol);
             at[i] = first[i];
         }
         // A non-finite coordinate of b makes a box no finite node lies in.
         if (!finite) continue;
         for (;;)
         {
-            std::size_t id = 0;
-            for (unsigned i = D; i-- > 0;)
-                id = id * dims[i] + at[i];
-            for (unsigned k = start[id], e = start[id + 1]; k < e; ++k)
+            const std::size_t id = coarse_id(cdims, at, bits);
+            const unsigned k = fine_key(at, bits);
+            const item* it = items.data() + start[id];
+            const item* end = items.data() + start[id + 1];
+            if (bits > 0)
             {
-                const unsigned a = items[k].node;
-                if (items[k].rank <= j || !within<D>(p, items[k].c, tol) || m[a] != a) continue;
+                if (end - it > 8)
+                    it = std::lower_bound(it, end, k,
+                                          [](const item& x, unsigned v) { return x.key < v; });
+                else
+                    while (it != end && it->key < k)
+                        ++it;
+            }
+            for (; it != end && it->key == k; ++it)
+            {
+                // At step j a node was handled when its position in B is at most j.
+                const unsigned a = it->node;
+                if (rank[a] <= j || !within<D>(p, pos.col(a), tol) || m[a] != a) continue;
                 m[a] = b;
                 ++count;
             }
@@ -302,14 +512,16 @@ int merge_dim(const dense2D<double>& pos, const dense1D<unsigned>& A, const dens
 {
     // A NaN coordinate in the tree hides the nodes below it on its less side from every box
     // search (no coordinate compares greater or equal to NaN), so the pairs the tree finds then
-    // depend on its shape: only the tree itself gives that result.
-    bool nan_in_a = false;
-    for (std::size_t i = 0; i < A.size() && !nan_in_a; ++i)
-        nan_in_a = has_nan<D>(pos.col(A[i]));
-    if (!nan_in_a &&
-        (how == merge_search::exact_hash || (how == merge_search::automatic && tol == 0.0)))
-        return merge_exact<D>(pos, A, B, map);
-    if (!nan_in_a && (how == merge_search::grid || how == merge_search::automatic))
+    // depend on its shape: only the tree itself gives that result. The hash and the grid give
+    // up (-2, map unchanged) on such nodes.
+    if (how == merge_search::exact_hash || (how == merge_search::automatic && tol == 0.0))
+    {
+        const int count = merge_exact<D>(pos, A, B, map);
+        if (count != -2) return count;
+    }
+    else if (how == merge_search::grid_only)
+        return merge_grid<D>(pos, A, B, map, tol);
+    else if (how == merge_search::grid || how == merge_search::automatic)
     {
         const int count = merge_grid<D>(pos, A, B, map, tol);
         if (count != -2) return count;
@@ -339,12 +551,6 @@ int merge_nodes(const dense2D<double>& pos, const dense1D<unsigned>& A, const de
 namespace
 {
 
-bool same_list(const dense1D<unsigned>& a, const dense1D<unsigned>& b) noexcept
-{
-    return a.size() == b.size() &&
-           (a.data() == b.data() || std::equal(a.begin(), a.end(), b.begin()));
-}
-
 /// Distinct lists, then the merge; map emptied on failure.
 int merge_lists(const dense2D<double>& pos, const dense1D<unsigned>& nodes1,
                 const dense1D<unsigned>& nodes2, dense1D<unsigned>& new_indices,
@@ -352,7 +558,7 @@ int merge_lists(const dense2D<double>& pos, const dense1D<unsigned>& nodes1,
 {
     dense1D<unsigned> A, B;
     if (unique_indices(A, nodes1) != 0) return -199;
-    if (same_list(nodes1, nodes2))
+    if (detail::same_list(nodes1, nodes2))
         B = A;
     else if (unique_indices(B, nodes2) != 0)
         return -199;

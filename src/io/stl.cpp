@@ -1,5 +1,6 @@
 // STL files: the text and binary readers (corner soup, smallest height, welding by merging) and
 // the text and binary writers.
+#include "editing/editing_private.h"
 #include "io/stl_private.h"
 
 #include <cmath>
@@ -309,14 +310,233 @@ int stl_format_e_direct(double x, char* out) noexcept
     return int(p - out) + 12;
 }
 
-int stl_read_text(std::FILE* f, dense2D<double>& pos) noexcept
+} // namespace detail
+
+namespace
+{
+
+// ------------------------------------------------------------------------------------ sinks
+
+// The readers hand the corners to a sink: room() before each triangle (false: memory), then
+// corner() three times, and done() at the end, whatever the outcome. A binary file whose size is
+// known announces its (checked) triangle count with reserve() first.
+
+/// Keeps the corner soup: three new columns of pos per triangle.
+class soup_sink
+{
+public:
+    explicit soup_sink(dense2D<double>& pos) noexcept : m_pos(pos) {}
+    bool reserve(std::size_t nbr_tri) noexcept
+    {
+        return 3 * nbr_tri <= max_corners && m_pos.resize(3, 3 * nbr_tri);
+    }
+    bool room() noexcept { return m_n + 3 <= max_corners && room_for_triangle(m_pos, m_n); }
+    void corner(const double* v) noexcept
+    {
+        double* p = m_pos.col(m_n++);
+        p[0] = v[0], p[1] = v[1], p[2] = v[2];
+    }
+    void done() noexcept { m_pos.resize(3, m_n); } // shrinking keeps the storage: cannot fail
+
+private:
+    dense2D<double>& m_pos;
+    std::size_t m_n = 0;
+};
+
+/// Welds the corners as they come, into the caller's pos and connectM; the result is the mesh
+/// of the public calls (merge of the connectivity by blocks with tolerance 0, merge of the whole
+/// connectivity with the tolerance, remove_degenerated, simplify) on the soup with its sequential
+/// connectivity.
+///
+/// The exact pass needs a block's corners only: the corners wait in a buffer of one block, and
+/// a full block is merged (the node-list merge over the buffer's columns, with local indices:
+/// the block's connectivity lists its corners in order) as soon as some triangle has a positive
+/// height (until then the file may turn out to have none, and the soup is the result). Each
+/// corner then names its block's first corner at the same position, never a later one, so the
+/// distinct nodes in order of first appearance are the corners that name themselves, in corner
+/// order: only these are kept, as the columns of pos, and the connectivity names them. The
+/// tolerance pass is the node-list merge over them. Relabelling the nodes in increasing order
+/// changes no merge (they depend on coordinates and list order only) and keeps the final order
+/// of the nodes.
+class weld_sink
+{
+public:
+    weld_sink(dense2D<double>& pos, dense2D<unsigned>& connectM) noexcept
+        : m_pos(pos), m_conn(connectM)
+    {
+    }
+
+    bool reserve(std::size_t nbr_tri) noexcept
+    {
+        // Distinct nodes: about half the triangle count on closed surfaces; more grow the room.
+        const std::size_t corners = 3 * nbr_tri;
+        return corners <= max_corners && m_conn.resize(3, nbr_tri) &&
+               m_raw.resize(3, corners < m_block ? corners : m_block) &&
+               m_pos.resize(3, nbr_tri / 2 + 64);
+    }
+
+    bool room() noexcept
+    {
+        if (m_total + 3 > max_corners) return false;
+        if (m_raw_n >= m_block && m_h2 > 0.0 && !weld_raw(m_raw_n / m_block * m_block))
+            return false;
+        if (m_raw_n + 3 <= m_raw.cols()) return true;
+        std::size_t cols = m_raw.cols() < 96 ? 96 : 2 * m_raw.cols();
+        if (m_h2 > 0.0 && m_raw.cols() < m_block && cols > m_block) cols = m_block;
+        return m_raw.resize(3, cols);
+    }
+
+    void corner(const double* v) noexcept
+    {
+        double* p = m_raw.col(m_raw_n++);
+        p[0] = v[0], p[1] = v[1], p[2] = v[2];
+        if (++m_total % 3 != 0) return;
+        const double h2 = triangle_height2(p - 6, p - 3, p);
+        if (h2 > 0.0 && (m_h2 == 0.0 || h2 < m_h2)) m_h2 = h2;
+    }
+
+    void done() noexcept {}
+
+    /// Completes the mesh after a successful read: 0 or -199.
+    int finish() noexcept
+    {
+        const std::size_t nbr_tri = m_total / 3;
+        if (m_h2 == 0.0)
+        {
+            // No positive height: nothing was merged, the soup is the result.
+            if (!m_pos.resize(3, m_total) || !m_conn.resize(3, nbr_tri)) return -199;
+            for (std::size_t k = 0; k < m_total; ++k)
+            {
+                const double* src = m_raw.col(k);
+                double* dst = m_pos.col(k);
+                dst[0] = src[0], dst[1] = src[1], dst[2] = src[2];
+            }
+            unsigned* c = m_conn.data();
+            for (std::size_t k = 0; k < m_total; ++k)
+                c[k] = unsigned(k);
+            return 0;
+        }
+        if (!weld_raw(m_raw_n)) return -199;
+        return tolerance_pass(nbr_tri);
+    }
+
+private:
+    /// Exact pass over the first n corners of the buffer (whole blocks, or the last one), the
+    /// remaining corners moved to its front.
+    bool weld_raw(std::size_t n) noexcept
+    {
+        if (m_local.size() < m_block)
+        {
+            if (!m_local.resize(m_block)) return false;
+            for (std::size_t k = 0; k < m_block; ++k)
+                m_local[k] = unsigned(k);
+        }
+        for (std::size_t k0 = 0; k0 < n; k0 += m_block)
+        {
+            const std::size_t nk = n - k0 < m_block ? n - k0 : m_block;
+            const dense2D<double> corners = m_raw.sub_matrix(0, k0, 3, nk);
+            const dense1D<unsigned> list = m_local.sub_vector(0, nk);
+            if (detail::merge_nodes(corners, list, list, m_map, 0.0,
+                                    detail::merge_search::automatic) < 0)
+                return false;
+            if (!grow(m_pos, 3, m_nbr_distinct + nk) || !grow(m_conn, 3, (m_nbr_welded + nk) / 3))
+                return false;
+            unsigned* c = m_conn.data() + m_nbr_welded;
+            const unsigned* m = m_map.data();
+            for (std::size_t k = 0; k < nk; ++k)
+            {
+                if (m[k] != k)
+                {
+                    c[k] = c[m[k]]; // an earlier corner of the block
+                    continue;
+                }
+                const double* src = corners.col(k);
+                double* dst = m_pos.col(m_nbr_distinct);
+                dst[0] = src[0], dst[1] = src[1], dst[2] = src[2];
+                c[k] = unsigned(m_nbr_distinct++);
+            }
+            m_nbr_welded += nk;
+        }
+        if (n < m_raw_n)
+            std::memmove(m_raw.col(0), m_raw.col(n), 3 * (m_raw_n - n) * sizeof(double));
+        m_raw_n -= n;
+        return true;
+    }
+
+    /// Columns for at least `need` items: doubling, values kept.
+    template <class T>
+    static bool grow(dense2D<T>& m, std::size_t rows, std::size_t need) noexcept
+    {
+        if (need <= m.cols()) return true;
+        return m.resize(rows, need < 2 * m.cols() ? 2 * m.cols() : need);
+    }
+
+    /// Tolerance merge over the distinct nodes, then the triangles with a repeated node go
+    /// (order kept) and the nodes they alone used too (the others keep their order).
+    int tolerance_pass(std::size_t nbr_tri) noexcept
+    {
+        const std::size_t nbr = 3 * nbr_tri, nd = m_nbr_distinct;
+        if (!m_local.resize(nd)) return -199;
+        for (std::size_t k = 0; k < nd; ++k)
+            m_local[k] = unsigned(k);
+        const dense2D<double> distinct = m_pos.sub_matrix(0, 0, 3, nd);
+        const int r = detail::merge_nodes(distinct, m_local, m_local, m_map, 0.05 * std::sqrt(m_h2),
+                                          detail::merge_search::automatic);
+        if (r < 0) return r;
+        unsigned* c = m_conn.data();
+        unsigned* used = m_map.data(); // the survivor of each node, then ~0u or its new index
+        if (r > 0)
+            for (std::size_t k = 0; k < nbr; ++k)
+                c[k] = used[c[k]];
+        for (std::size_t i = 0; i < nd; ++i)
+            used[i] = undefined_index;
+        std::size_t kept = 0;
+        for (std::size_t t = 0; t < nbr_tri; ++t)
+        {
+            const unsigned a = c[3 * t], b = c[3 * t + 1], d = c[3 * t + 2];
+            if (a == b || b == d || a == d) continue;
+            unsigned* e = c + 3 * kept++;
+            e[0] = a, e[1] = b, e[2] = d;
+            used[a] = used[b] = used[d] = 0;
+        }
+        std::size_t nbr_used = 0;
+        for (std::size_t i = 0; i < nd; ++i)
+        {
+            if (used[i] == undefined_index) continue;
+            if (nbr_used != i)
+            {
+                const double* src = m_pos.col(i);
+                double* dst = m_pos.col(nbr_used);
+                dst[0] = src[0], dst[1] = src[1], dst[2] = src[2];
+            }
+            used[i] = unsigned(nbr_used++);
+        }
+        for (std::size_t k = 0; k < 3 * kept; ++k)
+            c[k] = used[c[k]];
+        m_conn.resize(3, kept); // shrinking keeps the storage: cannot fail
+        m_pos.resize(3, nbr_used);
+        return 0;
+    }
+
+    dense2D<double>& m_pos;    ///< distinct nodes of the exact pass, then the result
+    dense2D<unsigned>& m_conn; ///< per corner (packed) its node among them, then the result
+    const std::size_t m_block = 3 * detail::stl_exact_block; ///< corners per exact block
+    dense2D<double> m_raw;                                   ///< corners waiting for their block
+    std::size_t m_raw_n = 0, m_total = 0, m_nbr_distinct = 0, m_nbr_welded = 0;
+    double m_h2 = 0.0; ///< smallest positive squared height so far, 0 when none
+    dense1D<unsigned> m_local, m_map;
+};
+
+// ------------------------------------------------------------------------------------ readers
+
+template <class Sink>
+int read_text(std::FILE* f, Sink& sink) noexcept
 {
     dense1D<char> buffer;
     if (!size_read_buffer(buffer, stream_size(f))) return -199;
     byte_reader in(f, buffer.data(), buffer.size());
     char line[line_bytes];
     if (!in.next_line(line) || !std::strstr(line, "solid")) return -2;
-    std::size_t n = 0; // corners read
     double v[3];
     int result = 0;
     for (;;)
@@ -331,23 +551,20 @@ int stl_read_text(std::FILE* f, dense2D<double>& pos) noexcept
             if (in.next_line(line) && std::strstr(line, "solid")) continue;
             break;
         }
-        if (!stl_scan_triple(line, true, v) || !in.next_line(line) ||
+        if (!detail::stl_scan_triple(line, true, v) || !in.next_line(line) ||
             !std::strstr(line, "outer loop"))
         {
             result = -3;
             break;
         }
-        if (n + 3 > max_corners || !room_for_triangle(pos, n))
+        if (!sink.room())
         {
             result = -199;
             break;
         }
         int k = 0;
-        for (; k < 3 && in.next_line(line) && stl_scan_triple(line, false, v); ++k, ++n)
-        {
-            double* p = pos.col(n);
-            p[0] = v[0], p[1] = v[1], p[2] = v[2];
-        }
+        for (; k < 3 && in.next_line(line) && detail::stl_scan_triple(line, false, v); ++k)
+            sink.corner(v);
         if (k < 3 || !in.next_line(line) || !std::strstr(line, "endloop") || !in.next_line(line) ||
             !std::strstr(line, "endfacet"))
         {
@@ -355,11 +572,12 @@ int stl_read_text(std::FILE* f, dense2D<double>& pos) noexcept
             break;
         }
     }
-    pos.resize(3, n); // shrinking keeps the storage: cannot fail
+    sink.done();
     return result;
 }
 
-int stl_read_binary(std::FILE* f, dense2D<double>& pos) noexcept
+template <class Sink>
+int read_binary(std::FILE* f, Sink& sink) noexcept
 {
     const long size = stream_size(f);
     dense1D<char> buffer;
@@ -375,7 +593,7 @@ int stl_read_binary(std::FILE* f, dense2D<double>& pos) noexcept
     if (count <= 0) return 0;
     const std::size_t nbr_tri = std::size_t(count);
     // With a known size, a count beyond the records present fails before any allocation, and
-    // the corners get their exact room at once.
+    // the sink gets the exact count at once.
     if (size >= 0)
     {
         const std::size_t records =
@@ -383,30 +601,49 @@ int stl_read_binary(std::FILE* f, dense2D<double>& pos) noexcept
                 ? 0
                 : (std::size_t(size) - stl_header_bytes - 4) / stl_record_bytes;
         if (records < nbr_tri) return -3;
-        if (3 * nbr_tri > max_corners || !pos.resize(3, 3 * nbr_tri)) return -199;
+        if (!sink.reserve(nbr_tri)) return -199;
     }
-    std::size_t n = 0;
     int result = 0;
-    for (std::size_t t = 0; t < nbr_tri; ++t, n += 3)
+    for (std::size_t t = 0; t < nbr_tri; ++t)
     {
         if (in.ensure(stl_record_bytes) < stl_record_bytes)
         {
             result = -3;
             break;
         }
-        if (n + 3 > max_corners || !room_for_triangle(pos, n))
+        if (!sink.room())
         {
             result = -199;
             break;
         }
         const unsigned char* r = in.peek() + 12; // the normal is not kept
-        double* p = pos.col(n);
-        for (int k = 0; k < 9; ++k)
-            p[k] = load_float(r + 4 * k);
+        for (int k = 0; k < 3; ++k)
+        {
+            const double v[3] = {load_float(r + 12 * k), load_float(r + 12 * k + 4),
+                                 load_float(r + 12 * k + 8)};
+            sink.corner(v);
+        }
         in.skip(stl_record_bytes);
     }
-    pos.resize(3, n);
+    sink.done();
     return result;
+}
+
+} // namespace
+
+namespace detail
+{
+
+int stl_read_text(std::FILE* f, dense2D<double>& pos) noexcept
+{
+    soup_sink sink(pos);
+    return read_text(f, sink);
+}
+
+int stl_read_binary(std::FILE* f, dense2D<double>& pos) noexcept
+{
+    soup_sink sink(pos);
+    return read_binary(f, sink);
 }
 
 double stl_triangle_height2(const double* a, const double* b, const double* c) noexcept
@@ -429,30 +666,18 @@ double stl_smallest_height2(const dense2D<double>& pos) noexcept
 
 int stl_weld(dense2D<double>& pos, dense2D<unsigned>& connectM) noexcept
 {
-    const std::size_t nbr_tri = pos.cols() / 3;
-    const double h2 = stl_smallest_height2(pos);
-    if (!pos.resize(3, pos.cols()) || !connectM.resize(3, nbr_tri)) return -199;
-    for (std::size_t t = 0; t < nbr_tri; ++t)
+    // The soup moves out of pos, which receives the mesh.
+    dense2D<double> soup;
+    soup = pos;
+    pos.clear_hard();
+    weld_sink sink(pos, connectM); // no reserve: the room grows as for a text file
+    const std::size_t nbr_tri = soup.cols() / 3;
+    for (std::size_t k = 0; k < 3 * nbr_tri; ++k)
     {
-        unsigned* e = connectM.col(t);
-        e[0] = unsigned(3 * t), e[1] = unsigned(3 * t + 1), e[2] = unsigned(3 * t + 2);
+        if (k % 3 == 0 && !sink.room()) return -199;
+        sink.corner(soup.col(k));
     }
-    if (h2 == 0.0) return 0;
-    // Exact pass by blocks of triangles (each block's columns are a view of connectM), then the
-    // tolerance pass over everything; positive counts are success.
-    for (std::size_t j0 = 0; j0 < nbr_tri; j0 += stl_exact_block)
-    {
-        const std::size_t n = nbr_tri - j0 < stl_exact_block ? nbr_tri - j0 : stl_exact_block;
-        dense2D<unsigned> block = connectM.sub_matrix(0, j0, 3, n);
-        const int r = merge(pos, block, 0.0, 0);
-        if (r < 0) return r;
-    }
-    int r = merge(pos, connectM, 0.05 * std::sqrt(h2), 0);
-    if (r < 0) return r;
-    r = remove_degenerated(connectM, true);
-    if (r < 0) return r;
-    r = simplify(pos, connectM, 0u);
-    return r < 0 ? r : 0;
+    return sink.finish();
 }
 
 } // namespace detail
@@ -460,17 +685,19 @@ int stl_weld(dense2D<double>& pos, dense2D<unsigned>& connectM) noexcept
 namespace
 {
 
-/// Reads the file as text (binary false) or binary, then welds the corners; both outputs are
-/// emptied on failure. opened tells whether the file could be opened (if not, the result is -1).
+/// Reads the file as text (binary false) or binary, welding the corners as they come; both
+/// outputs are emptied on failure. opened tells whether the file could be opened (if not, the
+/// result is -1).
 int read_stl(const char* filename, bool binary, dense2D<double>& pos, dense2D<unsigned>& connectM,
              bool& opened) noexcept
 {
     file_holder file(std::fopen(filename, binary ? "rb" : "rt"));
     opened = file.f != nullptr;
     if (!opened) return -1;
-    int result = binary ? detail::stl_read_binary(file.f, pos) : detail::stl_read_text(file.f, pos);
+    weld_sink sink(pos, connectM);
+    int result = binary ? read_binary(file.f, sink) : read_text(file.f, sink);
     file.close();
-    if (result == 0) result = detail::stl_weld(pos, connectM);
+    if (result == 0) result = sink.finish();
     if (result != 0)
     {
         pos.clear();

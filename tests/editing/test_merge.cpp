@@ -348,3 +348,101 @@ TEST(merge, grid_and_hash_paths_agree_with_the_tree_on_larger_sets)
         }
     }
 }
+
+namespace
+{
+
+/// n samples with small jitter on a torus (radii 3 and 1, shape 0), a sphere (shape 1) or a
+/// helix (shape 2), in 3-D or, for rows 2, their projection on the plane; then every third node
+/// is a copy of an earlier one, exact or moved along one axis by 0, +-tol, the next double above
+/// tol or 2 tol; some coordinates are signed zeros.
+dense2D<double> surface(unsigned rows, unsigned shape, unsigned n, double tol, std::mt19937& gen)
+{
+    const double pi = 3.14159265358979323846;
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    dense2D<double> pos(rows, n);
+    for (unsigned j = 0; j < n; ++j)
+    {
+        const double u = 2 * pi * unit(gen), v = 2 * pi * unit(gen);
+        double p[3];
+        if (shape == 0)
+            p[0] = (3 + std::cos(v)) * std::cos(u), p[1] = (3 + std::cos(v)) * std::sin(u),
+            p[2] = std::sin(v);
+        else if (shape == 1)
+            p[0] = std::cos(u) * std::sin(v / 2), p[1] = std::sin(u) * std::sin(v / 2),
+            p[2] = std::cos(v / 2);
+        else
+            p[0] = std::cos(4 * u), p[1] = std::sin(4 * u), p[2] = u;
+        for (unsigned i = 0; i < rows; ++i)
+            pos(i, j) = gen() % 97 == 0 ? (gen() % 2 ? 0.0 : -0.0) : p[i];
+    }
+    const double shifts[] = {0.0, 0.0, tol, -tol, std::nextafter(tol, 1.0), 2 * tol};
+    for (unsigned j = 3; j < n; j += 3)
+    {
+        const unsigned src = gen() % j, axis = gen() % rows;
+        const double shift = shifts[gen() % 6];
+        for (unsigned i = 0; i < rows; ++i)
+            pos(i, j) = pos(i, src) + (i == axis ? shift : 0.0);
+    }
+    return pos;
+}
+
+} // namespace
+
+TEST(merge, grid_follows_surfaces_and_curves_with_the_map_of_the_tree)
+{
+    // Surfaces and curves leave most cells of a grid sized for a filled box empty: the grid
+    // refines its cells there. Sizes from a few nodes (plain cells) to tens of thousands; the
+    // tolerances from 0 to about the node spacing (where cells cannot get finer than tol).
+    using meshutil::detail::merge_nodes;
+    using meshutil::detail::merge_search;
+    std::mt19937 gen(29);
+    // The last three sets pass the size where the grid samples the nodes to size its cells.
+    for (unsigned trial = 0; trial < 39; ++trial)
+    {
+        const unsigned rows = trial % 6 == 5 ? 2 : 3, shape = trial % 3;
+        const unsigned n =
+            trial >= 36 ? 40000 : std::vector<unsigned>{40, 700, 3000, 8000}[trial / 3 % 4];
+        const double spacing = (shape == 0 ? 10.0 : 3.5) / std::sqrt(double(n));
+        const double tol =
+            std::vector<double>{0.0, 1e-3 * spacing, 0.3 * spacing}[trial >= 36 ? 1 : trial / 12];
+        SCOPED_TRACE(testing::Message() << "trial " << trial << " n " << n << " tol " << tol);
+        const dense2D<double> pos = surface(rows, shape, n, tol, gen);
+        // A: all nodes backwards; B: a random half in random order.
+        std::vector<unsigned> all(n), part;
+        std::vector<bool> taken(n);
+        for (unsigned j = 0; j < n; ++j)
+        {
+            all[j] = n - 1 - j;
+            const unsigned k = gen() % n;
+            if (!taken[k]) part.push_back(k);
+            taken[k] = true;
+        }
+        const dense1D<unsigned> A = make(all), B = make(part);
+        for (bool same : {true, false})
+        {
+            const dense1D<unsigned>& BB = same ? A : B;
+            dense1D<unsigned> tree, other;
+            const int count = merge_nodes(pos, A, BB, tree, tol, merge_search::tree);
+            ASSERT_GT(count, 0);
+            if (n <= 700)
+            {
+                int expect_count;
+                const std::vector<unsigned> expect =
+                    reference_merge(pos, all, as_vector(BB), tol, expect_count);
+                ASSERT_EQ(count, expect_count);
+                ASSERT_EQ(as_vector(tree), expect);
+            }
+            for (auto how :
+                 {merge_search::grid_only, merge_search::automatic, merge_search::exact_hash})
+            {
+                if (how == merge_search::exact_hash && tol != 0.0) continue;
+                const int c = merge_nodes(pos, A, BB, other, tol, how);
+                // The grid takes every set here but the crowded largest tolerance on the helix.
+                if (how == merge_search::grid_only && c == -2 && tol > 1e-3 * spacing) continue;
+                ASSERT_EQ(c, count) << int(how);
+                ASSERT_EQ(as_vector(other), as_vector(tree)) << int(how);
+            }
+        }
+    }
+}
