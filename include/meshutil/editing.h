@@ -50,7 +50,8 @@ MESHUTIL_API int count_unique_indices(const dense2D<unsigned>* connectM1,
 /// in both, the one first in nodes2 survives. tol is absolute (units of pos); tol = 0 merges
 /// exactly coincident nodes only (-0.0 equals 0.0; a NaN coordinate never matches). Candidate
 /// pairs come from a k-d tree over nodes1 built in the fixed-seed order of node_detector, or,
-/// with identical results, from an exact-coordinate hash (tol = 0) or a uniform grid (small tol).
+/// with identical results, from an exact-coordinate hash (tol = 0) or a grid whose cells follow
+/// the density of the points, surfaces and curves included (small tol).
 /// @param[in]  pos          2 or 3 x nbr_nodes coordinates.
 /// @param[in]  nodes1       nodes to merge (~0u skipped).
 /// @param[in]  nodes2       nodes to merge into (~0u skipped).

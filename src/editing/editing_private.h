@@ -290,7 +290,7 @@ enum class merge_search
     automatic,  ///< exact hash for tol = 0, grid for a small tol when it stays cheap, else tree
     tree,       ///< k-d tree over A and a closed-box search per node of B
     exact_hash, ///< coordinate hash (tol = 0 only)
-    grid,       ///< uniform grid (finite coordinates only; falls back to the tree otherwise)
+    grid,       ///< grid following the points' density (finite coordinates only; else the tree)
     grid_only   ///< the grid, or -2 (map empty) where grid falls back to the tree
 };
 
