@@ -353,10 +353,8 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
         if (nbr_cells > 8 * na + 64 || nbr_cells >= undefined_index) return -2;
         axis[i] = grid_axis(lo[i], 1.0 / side, dims[i]);
     }
-    dense1D<unsigned> start, rank, cell, key;
-    if (!start.resize(nbr_cells + 1, 0u) || !cell.resize(na) || !key.resize(na) ||
-        !rank.resize(pos.cols(), undefined_index))
-        return -199;
+    dense1D<unsigned> start, rank;
+    if (!start.resize(nbr_cells + 1, 0u) || !rank.resize(pos.cols(), undefined_index)) return -199;
     // Cell of fine coordinates f in a grid of n[i] cells per axis, each 2^bits fine cells wide.
     auto coarse_id = [](const std::size_t* n, const std::size_t* f, unsigned bits)
     {
@@ -407,15 +405,19 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
         nbr_cells *= (cdims[i] = dims[i] << (shift - bits));
     if (!start.resize(nbr_cells + 1)) return -199;
     start = 0u;
-    for (std::size_t k = 0; k < na; ++k)
+    // Fine coordinates of A's k-th node (recomputed rather than stored: two passes over A read
+    // pos in A's order, cheaper than writing and reading back two more arrays of na entries).
+    auto fine_of = [&](std::size_t k, std::size_t* f)
     {
         const double* p = pos.col(A[k]);
-        std::size_t f[D];
         for (unsigned i = 0; i < D; ++i)
             f[i] = axis[i].cell(p[i]);
-        cell[k] = unsigned(coarse_id(cdims, f, bits));
-        key[k] = fine_key(f, bits);
-        ++start[cell[k] + 1];
+    };
+    for (std::size_t k = 0; k < na; ++k)
+    {
+        std::size_t f[D];
+        fine_of(k, f);
+        ++start[coarse_id(cdims, f, bits) + 1];
     }
     for (std::size_t c = 0; c < nbr_cells; ++c)
         start[c + 1] += start[c];
@@ -431,7 +433,11 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
     for (std::size_t j = 0; j < B.size(); ++j)
         rank[B[j]] = unsigned(j);
     for (std::size_t k = 0; k < na; ++k)
-        items[start[cell[k]]++] = item{A[k], key[k]};
+    {
+        std::size_t f[D];
+        fine_of(k, f);
+        items[start[coarse_id(cdims, f, bits)]++] = item{A[k], fine_key(f, bits)};
+    }
     for (std::size_t c = nbr_cells; c > 0; --c)
         start[c] = start[c - 1];
     start[0] = 0;
@@ -457,8 +463,31 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
 
     unsigned* m = map.data();
     int count = 0;
+    // Read-ahead: the cell of the node `far` places on has its start fetched, and the items of
+    // the node `near` places on (by then its start has arrived) with their nodes' ranks, so that
+    // the random reads of successive nodes overlap. It only warms caches.
+    constexpr std::size_t far = 16, near = 8;
+    auto first_cell = [&](std::size_t jj)
+    {
+        const double* q = pos.col(B[jj]);
+        std::size_t f[D];
+        for (unsigned i = 0; i < D; ++i)
+            f[i] = axis[i].cell(q[i] - tol);
+        return coarse_id(cdims, f, bits);
+    };
     for (std::size_t j = 0; j < B.size(); ++j)
     {
+        if (j + far < B.size()) __builtin_prefetch(start.data() + first_cell(j + far));
+        if (j + near < B.size())
+        {
+            const std::size_t id = first_cell(j + near);
+            const item* it = items.data() + start[id];
+            if (it != items.data() + start[id + 1])
+            {
+                __builtin_prefetch(rank.data() + it->node);
+                __builtin_prefetch(pos.col(it->node));
+            }
+        }
         const unsigned b = B[j];
         const double* p = pos.col(b);
         std::size_t first[D], last[D], at[D];
