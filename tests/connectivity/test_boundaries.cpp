@@ -67,8 +67,9 @@ TEST(get_mesh_boundaries, two_triangles)
     EXPECT_EQ(values(codes), (list{1, 2, 3, 4, 1, 2, 3, 4}));
 }
 
-// get_mesh_boundaries and get_colors_boundaries check the same arguments in the same order; the
-// colours come third, so the later codes of the second are one higher.
+// get_mesh_boundaries, get_colors_boundaries and get_mesh_bounding_elements check the same
+// arguments in the same order; the colours come third, so the later codes of the second are one
+// higher; the third has no output shape to check and does not range-check the neighbours.
 TEST(get_mesh_boundaries, argument_checks_in_order)
 {
     const dense2D<unsigned> M = two_triangles();
@@ -78,25 +79,25 @@ TEST(get_mesh_boundaries, argument_checks_in_order)
     const dense2D<unsigned> no_cols(4, 0), N_short = matrix(3, {{1, U, U}}),
                                            N_one_row = cut_rows(N, EL_EDGE2),
                                            N_wide = matrix(3, {{1, U, U}, {U, U, 0}, {U, U, U}});
-    const dense1D<unsigned> colors(2, 1u);
+    const dense1D<unsigned> colors(2, 1u), too_few_colors(1, 1u);
     struct item
     {
         const dense2D<unsigned>& connectM;
         const dense2D<unsigned>& neighbors;
         element_type type;
         const dense2D<unsigned>& boundaries;
-        int mesh, colored;
+        int mesh, colored, codes;
     } items[] = {
-        {no_cols, N, EL_TRIA3, B3, 0, 0}, // no columns: nothing checked
-        {M, N, EL_QUAD4, B3, -1, -1},
-        {M, N_short, EL_TRIA3, B3, -2, -2},   // column count
-        {M, N_one_row, EL_TRIA3, B3, -2, -2}, // row count
-        {M, N_bad, EL_TRIA3, B3, -2, -2},     // entry equal to the element count
-        {M, N, EL_TRIA3, B3, -4, -5},         // output rows
-        {M6, N, EL_TRIA6, B2, -4, -5},        // output shape before the type
-        {M6, N, EL_TRIA6, none, -3, -4},      // unsupported type
-        {M, N, EL_TRIA3, B2, 0, 0},
-        {M, N_wide, EL_TRIA3, B2, -2, 0}, // extra columns: colours only read the first ones
+        {no_cols, N, EL_TRIA3, B3, 0, 0, 0}, // no columns: nothing checked
+        {M, N, EL_QUAD4, B3, -1, -1, -1},
+        {M, N_short, EL_TRIA3, B3, -2, -2, -2},   // column count
+        {M, N_one_row, EL_TRIA3, B3, -2, -2, -2}, // row count
+        {M, N_bad, EL_TRIA3, B3, -2, -2, 0},      // entry equal to the element count
+        {M, N, EL_TRIA3, B3, -4, -5, 0},          // output rows
+        {M6, N, EL_TRIA6, B2, -4, -5, -2},        // output shape before the type
+        {M6, N, EL_TRIA6, none, -3, -4, -2},      // unsupported type
+        {M, N, EL_TRIA3, B2, 0, 0, 0},
+        {M, N_wide, EL_TRIA3, B2, -2, 0, -2}, // extra columns: colours only read the first ones
     };
     for (std::size_t k = 0; k < sizeof(items) / sizeof(items[0]); ++k)
     {
@@ -111,23 +112,18 @@ TEST(get_mesh_boundaries, argument_checks_in_order)
         // Too few colours: refused after the mesh and neighbour checks, before the others.
         const int bad =
             it.colored == -1 || it.colored == -2 || !it.connectM.cols() ? it.colored : -3;
-        EXPECT_EQ(get_colors_boundaries(it.connectM, it.neighbors, dense1D<unsigned>(1, 1u),
-                                        it.type, false, out),
-                  bad)
+        EXPECT_EQ(
+            get_colors_boundaries(it.connectM, it.neighbors, too_few_colors, it.type, false, out),
+            bad)
             << k;
+        dense1D<unsigned> codes;
+        unsigned nbr_bound = 7;
+        EXPECT_EQ(get_mesh_bounding_elements(it.connectM, it.neighbors, it.type, codes, nbr_bound),
+                  it.codes)
+            << k;
+        // nbr_bound is set as soon as the rows are known to fit the type.
+        EXPECT_EQ(nbr_bound, it.codes == -1 || !it.connectM.cols() ? 0u : 3u) << k;
     }
-
-    dense1D<unsigned> codes;
-    unsigned nbr_bound = 7;
-    EXPECT_EQ(get_mesh_bounding_elements(dense2D<unsigned>(3, 0), N, EL_TRIA3, codes, nbr_bound),
-              0);
-    EXPECT_EQ(nbr_bound, 0u);
-    EXPECT_EQ(get_mesh_bounding_elements(M, N, EL_QUAD4, codes, nbr_bound), -1);
-    EXPECT_EQ(get_mesh_bounding_elements(M6, N, EL_TRIA6, codes, nbr_bound), -2);
-    EXPECT_EQ(nbr_bound, 3u);
-    EXPECT_EQ(get_mesh_bounding_elements(M, N_one_row, EL_TRIA3, codes, nbr_bound), -2);
-    EXPECT_EQ(get_mesh_bounding_elements(M, N_short, EL_TRIA3, codes, nbr_bound), -2);
-    EXPECT_TRUE(codes.empty());
 }
 
 TEST(get_mesh_boundaries, edges_use_one_neighbour_row)

@@ -26,24 +26,38 @@ TEST(get_neighbors, shared_and_nonmanifold_edges)
     EXPECT_EQ(columns(N), (records{{2, U, U}, {U, U, 0}, {U, U, 0}}));
 }
 
+// get_neighbors and get_element_boundaries check their arguments alike; a failed get_neighbors
+// leaves its output empty, a failed get_element_boundaries leaves it as it was.
 TEST(get_neighbors, argument_checks_and_row_counts)
 {
-    dense2D<unsigned> N(2, 2, 5u);
-    EXPECT_EQ(get_neighbors(dense2D<unsigned>(3, 0), EL_TRIA3, false, N), 0);
-    EXPECT_TRUE(N.empty());
     const dense2D<unsigned> tria = matrix(3, {{0, 1, 2}});
-    N.resize(2, 2, 5u);
-    EXPECT_EQ(get_neighbors(tria, EL_QUAD4, false, N), -1);
-    EXPECT_TRUE(N.empty());
-    EXPECT_EQ(get_neighbors(dense2D<unsigned>(6, 1, 0u), EL_TRIA6, false, N), -2);
-    EXPECT_EQ(get_neighbors(matrix(2, {{0, 1}}), EL_EDGE_MIX, false, N), -2);
-    EXPECT_EQ(get_neighbors(tria, EL_NODE, false, N), -1);
-    EXPECT_EQ(get_neighbors(dense2D<unsigned>(7, 1, 0u), EL_SOLID_MIX, false, N), -1);
+    const struct
+    {
+        dense2D<unsigned> M;
+        element_type type;
+        int expected;
+    } items[] = {
+        {dense2D<unsigned>(3, 0), EL_TRIA3, 0},
+        {tria, EL_QUAD4, -1},
+        {tria, EL_TETRA4, -1},
+        {tria, EL_NODE, -1},
+        {dense2D<unsigned>(7, 1, 0u), EL_SOLID_MIX, -1},
+        {dense2D<unsigned>(6, 1, 0u), EL_TRIA6, -2},
+        {matrix(2, {{0, 1}}), EL_EDGE_MIX, -2},
+    };
+    for (const auto& it : items)
+    {
+        dense2D<unsigned> N(2, 2, 5u), untouched(3, 1, 1u);
+        EXPECT_EQ(get_neighbors(it.M, it.type, false, N), it.expected) << it.type;
+        EXPECT_TRUE(N.empty());
+        EXPECT_EQ(get_element_boundaries(it.M, it.type, untouched), it.expected) << it.type;
+        EXPECT_EQ(untouched.cols(), 1u);
+    }
 
     const unsigned expected_rows[] = {2, 3, 4, 4, 4, 5, 5, 6, 6}; // in linear_types order
     for (std::size_t t = 0; t < 9; ++t)
     {
-        dense2D<unsigned> M(nbr_nodes(linear_types[t]), 1, 0u);
+        dense2D<unsigned> M(nbr_nodes(linear_types[t]), 1, 0u), N;
         for (unsigned i = 0; i < M.rows(); ++i)
             M(i, 0) = i;
         ASSERT_EQ(get_neighbors(M, linear_types[t], false, N), 0);
@@ -83,12 +97,7 @@ TEST(get_element_boundaries, records_follow_the_local_tables)
     EXPECT_EQ(columns(B), (records{{6, 7}, {7, 5}, {5, 6}, {6, 7}, {7, 5}, {5, 6}}));
     EXPECT_EQ(B.capacity_cols(), 8u);
     EXPECT_EQ(get_element_boundaries(items[2].M, EL_TETRA4, B), -2); // 2-row output
-
-    dense2D<unsigned> untouched(3, 1, 1u);
-    EXPECT_EQ(get_element_boundaries(dense2D<unsigned>(3, 0), EL_TRIA3, untouched), 0);
-    EXPECT_EQ(get_element_boundaries(items[0].M, EL_TETRA4, untouched), -1);
-    EXPECT_EQ(get_element_boundaries(dense2D<unsigned>(6, 1, 0u), EL_TRIA6, untouched), -2);
-    EXPECT_EQ(untouched.cols(), 1u);
+    EXPECT_EQ(B.cols(), 6u);
 }
 
 TEST(canonical_keys, equal_exactly_for_the_same_cycle)
