@@ -18,6 +18,15 @@ inline constexpr element_type linear_types[] = {EL_EDGE2,    EL_TRIA3,  EL_QUAD4
                                                 EL_FACE_MIX, EL_TETRA4, EL_PYRAM5,
                                                 EL_PENTA6,   EL_HEXA8,  EL_SOLID_MIX};
 
+/// The mixed type that reads a matrix of the type's row count as that type (EL_TRIA3 from
+/// EL_FACE_MIX; EL_TETRA4, EL_PYRAM5, EL_PENTA6 from EL_SOLID_MIX), else the type itself.
+inline element_type mixed_alias(element_type type)
+{
+    if (type == EL_TRIA3) return EL_FACE_MIX;
+    if (type == EL_TETRA4 || type == EL_PYRAM5 || type == EL_PENTA6) return EL_SOLID_MIX;
+    return type;
+}
+
 /// A rows x columns.size() matrix, column j holding columns[j].
 inline dense2D<unsigned> matrix(std::size_t rows, const records& columns)
 {

@@ -48,25 +48,6 @@ unsigned brute_owner(const dense2D<unsigned>& M, element_type type, const list& 
 }
 } // namespace
 
-TEST(get_mesh_boundaries, two_triangles)
-{
-    const dense2D<unsigned> M = two_triangles();
-    dense2D<unsigned> N, B;
-    ASSERT_EQ(get_neighbors(M, EL_TRIA3, false, N), 0);
-    ASSERT_EQ(get_mesh_boundaries(M, N, EL_TRIA3, B), 0);
-    EXPECT_EQ(columns(B), (records{{2, 0}, {0, 1}, {1, 3}, {3, 2}}));
-    ASSERT_EQ(get_mesh_boundaries(M, N, EL_TRIA3, B), 0); // appended: twice the content
-    EXPECT_EQ(B.cols(), 8u);
-
-    dense1D<unsigned> codes;
-    unsigned nbr_bound = 9;
-    ASSERT_EQ(get_mesh_bounding_elements(M, N, EL_TRIA3, codes, nbr_bound), 0);
-    EXPECT_EQ(values(codes), (list{1, 2, 3, 4}));
-    EXPECT_EQ(nbr_bound, 3u);
-    ASSERT_EQ(get_mesh_bounding_elements(M, N, EL_FACE_MIX, codes, nbr_bound), 0);
-    EXPECT_EQ(values(codes), (list{1, 2, 3, 4, 1, 2, 3, 4}));
-}
-
 // get_mesh_boundaries, get_colors_boundaries and get_mesh_bounding_elements check the same
 // arguments in the same order; the colours come third, so the later codes of the second are one
 // higher; the third has no output shape to check and does not range-check the neighbours.
@@ -145,7 +126,8 @@ TEST(get_mesh_boundaries, edges_use_one_neighbour_row)
 }
 
 // On random meshes of every type, the codes are exactly the free slots in increasing order, and
-// the records are those slots' boundaries.
+// the records are those slots' boundaries; a second call appends them again. A mixed type given
+// for a matrix of one shape is read as that shape.
 TEST(get_mesh_boundaries, records_and_codes_list_the_free_slots)
 {
     std::mt19937 gen(5);
@@ -155,23 +137,28 @@ TEST(get_mesh_boundaries, records_and_codes_list_the_free_slots)
         for (int trial = 0; trial < 6; ++trial)
         {
             const dense2D<unsigned> M = gm::random_mesh(type, 1 + gen() % 40, 10, gen);
+            const element_type given = trial % 2 ? gm::mixed_alias(type) : type;
             dense2D<unsigned> N, B;
-            ASSERT_EQ(get_neighbors(M, type, trial % 2 == 0, N), 0);
-            ASSERT_EQ(get_mesh_boundaries(M, N, type, B), 0);
+            ASSERT_EQ(get_neighbors(M, given, trial % 2 == 0, N), 0);
             dense1D<unsigned> codes;
             unsigned nbr_bound;
-            ASSERT_EQ(get_mesh_bounding_elements(M, N, type, codes, nbr_bound), 0);
+            for (int pass = 0; pass < 2; ++pass)
+            {
+                ASSERT_EQ(get_mesh_boundaries(M, N, given, B), 0);
+                ASSERT_EQ(get_mesh_bounding_elements(M, N, given, codes, nbr_bound), 0);
+            }
             const unsigned R = boundary_record_size(normalize_type(type, M.rows()));
             records expected_records;
             list expected_codes;
-            for (std::size_t e = 0; e < M.cols(); ++e)
-                for (unsigned k = 0; k < gm::boundary_count(M, type, e); ++k)
-                    if (N(k, e) == U)
-                    {
-                        expected_codes.push_back(unsigned(e * nbr_bound + k));
-                        expected_records.push_back(gm::boundary_cycle(M, type, e, k));
-                        expected_records.back().resize(R, U);
-                    }
+            for (int pass = 0; pass < 2; ++pass)
+                for (std::size_t e = 0; e < M.cols(); ++e)
+                    for (unsigned k = 0; k < gm::boundary_count(M, type, e); ++k)
+                        if (N(k, e) == U)
+                        {
+                            expected_codes.push_back(unsigned(e * nbr_bound + k));
+                            expected_records.push_back(gm::boundary_cycle(M, type, e, k));
+                            expected_records.back().resize(R, U);
+                        }
             EXPECT_EQ(values(codes), expected_codes);
             EXPECT_EQ(columns(B), expected_records);
         }
