@@ -1,31 +1,14 @@
 // Free boundaries of a mesh, as records or codes, and the elements owning given boundaries.
+#include "connectivity/common.h"
 #include "connectivity/grid_meshes.h"
-#include "connectivity/matrix_util.h"
 #include "connectivity/random_meshes.h"
 
 #include <algorithm>
-#include <gtest/gtest.h>
 #include <map>
-#include <meshutil/connectivity.h>
 #include <random>
-#include <vector>
-
-using namespace qx7;
-using namespace qx7::meshutil;
-using qx7::meshutil::test_meshes::columns;
-using qx7::meshutil::test_meshes::matrix;
-using qx7::meshutil::test_meshes::values;
-namespace gm = qx7::meshutil::test_meshes;
-using list = std::vector<unsigned>;
-using records = std::vector<std::vector<unsigned>>;
 
 namespace
 {
-constexpr unsigned U = undefined_index;
-
-const element_type linear_types[] = {EL_EDGE2,  EL_TRIA3,  EL_QUAD4, EL_FACE_MIX, EL_TETRA4,
-                                     EL_PYRAM5, EL_PENTA6, EL_HEXA8, EL_SOLID_MIX};
-
 /// The neighbour matrix cut to nbr_boundaries(type) rows (one row for edges).
 dense2D<unsigned> cut_rows(const dense2D<unsigned>& N, element_type type)
 {
@@ -34,15 +17,6 @@ dense2D<unsigned> cut_rows(const dense2D<unsigned>& N, element_type type)
         for (std::size_t i = 0; i < C.rows(); ++i)
             C(i, j) = N(i, j);
     return C;
-}
-
-/// Record of boundary k of column j, with R places.
-std::vector<unsigned> record_of(const dense2D<unsigned>& M, element_type type, std::size_t j,
-                                unsigned k, unsigned R)
-{
-    std::vector<unsigned> r = gm::boundary_cycle(M, type, j, k);
-    r.resize(R, U);
-    return r;
 }
 
 /// Owner of a record by brute force: the first (e, k) listing the same cycle in the same sense
@@ -74,75 +48,63 @@ unsigned brute_owner(const dense2D<unsigned>& M, element_type type, const list& 
 }
 } // namespace
 
-//   2 ------ 3
-//   | \  1   |      triangles 0 = (0, 1, 2) and 1 = (2, 1, 3)
-//   |  0  \  |
-//   0 ------ 1
-TEST(get_mesh_boundaries, two_triangles)
-{
-    const dense2D<unsigned> M = matrix(3, {{0, 1, 2}, {2, 1, 3}});
-    dense2D<unsigned> N, B;
-    ASSERT_EQ(get_neighbors(M, EL_TRIA3, false, N), 0);
-    ASSERT_EQ(get_mesh_boundaries(M, N, EL_TRIA3, B), 0);
-    EXPECT_EQ(columns(B), (records{{2, 0}, {0, 1}, {1, 3}, {3, 2}}));
-    ASSERT_EQ(get_mesh_boundaries(M, N, EL_TRIA3, B), 0); // appended: twice the content
-    EXPECT_EQ(B.cols(), 8u);
-
-    dense1D<unsigned> codes;
-    unsigned nbr_bound = 9;
-    ASSERT_EQ(get_mesh_bounding_elements(M, N, EL_TRIA3, codes, nbr_bound), 0);
-    EXPECT_EQ(values(codes), (list{1, 2, 3, 4}));
-    EXPECT_EQ(nbr_bound, 3u);
-    ASSERT_EQ(get_mesh_bounding_elements(M, N, EL_FACE_MIX, codes, nbr_bound), 0);
-    EXPECT_EQ(values(codes), (list{1, 2, 3, 4, 1, 2, 3, 4}));
-}
-
+// get_mesh_boundaries, get_colors_boundaries and get_mesh_bounding_elements check the same
+// arguments in the same order; the colours come third, so the later codes of the second are one
+// higher; the third has no output shape to check and does not range-check the neighbours.
 TEST(get_mesh_boundaries, argument_checks_in_order)
 {
-    const dense2D<unsigned> M = matrix(3, {{0, 1, 2}, {2, 1, 3}});
+    const dense2D<unsigned> M = two_triangles();
     const dense2D<unsigned> N = matrix(3, {{1, U, U}, {U, U, 0}});
     const dense2D<unsigned> B2(2, 1, 0u), B3(3, 1, 0u), none;
     const dense2D<unsigned> M6(6, 2, 0u), N_bad = matrix(3, {{2, U, U}, {U, U, 0}});
     const dense2D<unsigned> no_cols(4, 0), N_short = matrix(3, {{1, U, U}}),
-                                           N_one_row = cut_rows(N, EL_EDGE2);
+                                           N_one_row = cut_rows(N, EL_EDGE2),
+                                           N_wide = matrix(3, {{1, U, U}, {U, U, 0}, {U, U, U}});
+    const dense1D<unsigned> colors(2, 1u), too_few_colors(1, 1u);
     struct item
     {
         const dense2D<unsigned>& connectM;
         const dense2D<unsigned>& neighbors;
         element_type type;
         const dense2D<unsigned>& boundaries;
-        int expected;
+        int mesh, colored, codes;
     } items[] = {
-        {no_cols, N, EL_TRIA3, B3, 0}, // no columns: nothing checked
-        {M, N, EL_QUAD4, B3, -1},         {M, N_short, EL_TRIA3, B3, -2}, // column count
-        {M, N_one_row, EL_TRIA3, B3, -2},                                 // row count
-        {M, N_bad, EL_TRIA3, B3, -2}, // entry equal to the element count
-        {M, N, EL_TRIA3, B3, -4},     // output rows
-        {M6, N, EL_TRIA6, B2, -4},    // output shape before the type
-        {M6, N, EL_TRIA6, none, -3},  // unsupported type
-        {M, N, EL_TRIA3, B2, 0},
+        {no_cols, N, EL_TRIA3, B3, 0, 0, 0}, // no columns: nothing checked
+        {M, N, EL_QUAD4, B3, -1, -1, -1},
+        {M, N_short, EL_TRIA3, B3, -2, -2, -2},   // column count
+        {M, N_one_row, EL_TRIA3, B3, -2, -2, -2}, // row count
+        {M, N_bad, EL_TRIA3, B3, -2, -2, 0},      // entry equal to the element count
+        {M, N, EL_TRIA3, B3, -4, -5, 0},          // output rows
+        {M6, N, EL_TRIA6, B2, -4, -5, -2},        // output shape before the type
+        {M6, N, EL_TRIA6, none, -3, -4, -2},      // unsupported type
+        {M, N, EL_TRIA3, B2, 0, 0, 0},
+        {M, N_wide, EL_TRIA3, B2, -2, 0, -2}, // extra columns: colours only read the first ones
     };
     for (std::size_t k = 0; k < sizeof(items) / sizeof(items[0]); ++k)
     {
+        const item& it = items[k];
         dense2D<unsigned> out;
-        out.copy(items[k].boundaries);
-        EXPECT_EQ(get_mesh_boundaries(items[k].connectM, items[k].neighbors, items[k].type, out),
-                  items[k].expected)
+        out.copy(it.boundaries);
+        EXPECT_EQ(get_mesh_boundaries(it.connectM, it.neighbors, it.type, out), it.mesh) << k;
+        out.copy(it.boundaries);
+        EXPECT_EQ(get_colors_boundaries(it.connectM, it.neighbors, colors, it.type, false, out),
+                  it.colored)
             << k;
+        // Too few colours: refused after the mesh and neighbour checks, before the others.
+        const int bad =
+            it.colored == -1 || it.colored == -2 || !it.connectM.cols() ? it.colored : -3;
+        EXPECT_EQ(
+            get_colors_boundaries(it.connectM, it.neighbors, too_few_colors, it.type, false, out),
+            bad)
+            << k;
+        dense1D<unsigned> codes;
+        unsigned nbr_bound = 7;
+        EXPECT_EQ(get_mesh_bounding_elements(it.connectM, it.neighbors, it.type, codes, nbr_bound),
+                  it.codes)
+            << k;
+        // nbr_bound is set as soon as the rows are known to fit the type.
+        EXPECT_EQ(nbr_bound, it.codes == -1 || !it.connectM.cols() ? 0u : 3u) << k;
     }
-
-    dense1D<unsigned> codes;
-    unsigned nbr_bound = 7;
-    EXPECT_EQ(get_mesh_bounding_elements(dense2D<unsigned>(3, 0), N, EL_TRIA3, codes, nbr_bound),
-              0);
-    EXPECT_EQ(nbr_bound, 0u);
-    EXPECT_EQ(get_mesh_bounding_elements(M, N, EL_QUAD4, codes, nbr_bound), -1);
-    EXPECT_EQ(get_mesh_bounding_elements(M6, N, EL_TRIA6, codes, nbr_bound), -2);
-    EXPECT_EQ(nbr_bound, 3u);
-    EXPECT_EQ(get_mesh_bounding_elements(M, cut_rows(N, EL_EDGE2), EL_TRIA3, codes, nbr_bound), -2);
-    EXPECT_EQ(get_mesh_bounding_elements(M, matrix(3, {{1, U, U}}), EL_TRIA3, codes, nbr_bound),
-              -2);
-    EXPECT_TRUE(codes.empty());
 }
 
 TEST(get_mesh_boundaries, edges_use_one_neighbour_row)
@@ -163,8 +125,10 @@ TEST(get_mesh_boundaries, edges_use_one_neighbour_row)
     EXPECT_EQ(values(codes), (list{1}));
 }
 
-// Records and codes describe the same boundaries, on random meshes of every type.
-TEST(get_mesh_boundaries, records_and_codes_agree_on_random_meshes)
+// On random meshes of every type, the codes are exactly the free slots in increasing order, and
+// the records are those slots' boundaries; a second call appends them again. A mixed type given
+// for a matrix of one shape is read as that shape.
+TEST(get_mesh_boundaries, records_and_codes_list_the_free_slots)
 {
     std::mt19937 gen(5);
     for (element_type type : linear_types)
@@ -173,32 +137,32 @@ TEST(get_mesh_boundaries, records_and_codes_agree_on_random_meshes)
         for (int trial = 0; trial < 6; ++trial)
         {
             const dense2D<unsigned> M = gm::random_mesh(type, 1 + gen() % 40, 10, gen);
+            const element_type given = trial % 2 ? gm::mixed_alias(type) : type;
             dense2D<unsigned> N, B;
-            ASSERT_EQ(get_neighbors(M, type, trial % 2 == 0, N), 0);
-            ASSERT_EQ(get_mesh_boundaries(M, N, type, B), 0);
+            ASSERT_EQ(get_neighbors(M, given, trial % 2 == 0, N), 0);
             dense1D<unsigned> codes;
             unsigned nbr_bound;
-            ASSERT_EQ(get_mesh_bounding_elements(M, N, type, codes, nbr_bound), 0);
-            ASSERT_EQ(B.cols(), codes.size());
-            const unsigned R = boundary_record_size(normalize_type(type, M.rows()));
-            for (std::size_t c = 0; c < codes.size(); ++c)
+            for (int pass = 0; pass < 2; ++pass)
             {
-                const std::size_t e = codes[c] / nbr_bound;
-                const unsigned k = codes[c] % nbr_bound;
-                EXPECT_EQ(N(k, e), U);
-                EXPECT_EQ(columns(B)[c], record_of(M, type, e, k, R));
+                ASSERT_EQ(get_mesh_boundaries(M, N, given, B), 0);
+                ASSERT_EQ(get_mesh_bounding_elements(M, N, given, codes, nbr_bound), 0);
             }
+            const unsigned R = boundary_record_size(normalize_type(type, M.rows()));
+            records expected_records;
+            list expected_codes;
+            for (int pass = 0; pass < 2; ++pass)
+                for (std::size_t e = 0; e < M.cols(); ++e)
+                    for (unsigned k = 0; k < gm::boundary_count(M, type, e); ++k)
+                        if (N(k, e) == U)
+                        {
+                            expected_codes.push_back(unsigned(e * nbr_bound + k));
+                            expected_records.push_back(gm::boundary_cycle(M, type, e, k));
+                            expected_records.back().resize(R, U);
+                        }
+            EXPECT_EQ(values(codes), expected_codes);
+            EXPECT_EQ(columns(B), expected_records);
         }
     }
-}
-
-TEST(get_mesh_boundaries, closed_torus_has_none)
-{
-    const dense2D<unsigned> M = gm::torus_triangles(7, 5);
-    dense2D<unsigned> N, B;
-    ASSERT_EQ(get_neighbors(M, EL_TRIA3, false, N), 0);
-    ASSERT_EQ(get_mesh_boundaries(M, N, EL_TRIA3, B), 0);
-    EXPECT_TRUE(B.empty());
 }
 
 // The free faces of structured solid grids form a closed surface, consistently oriented: every
@@ -232,17 +196,13 @@ TEST(get_mesh_boundaries, solid_grids_bound_a_closed_oriented_surface)
     }
 }
 
-//   2 ------ 3
-//   | \  1   |      triangles 0 = (0, 1, 2) and 1 = (2, 1, 3)
-//   |  0  \  |
-//   0 ------ 1
+// A record matching several elements goes to one listing it in its own sense, the lowest such.
 TEST(get_elements_on_boundaries, prefers_the_element_listing_the_record_in_its_sense)
 {
-    const dense2D<unsigned> M = matrix(3, {{0, 1, 2}, {2, 1, 3}});
     const dense2D<unsigned> B = matrix(2, {{2, 1}, {1, 2}, {1, 3}, {3, 1}, {5, 6}, {U, 1}});
     dense1D<unsigned> codes(2, 4u);
     unsigned nbr_bound;
-    ASSERT_EQ(get_elements_on_boundaries(M, EL_TRIA3, B, codes, nbr_bound), 0);
+    ASSERT_EQ(get_elements_on_boundaries(two_triangles(), EL_TRIA3, B, codes, nbr_bound), 0);
     EXPECT_EQ(nbr_bound, 3u);
     EXPECT_EQ(values(codes), (list{5, 0, 3, 3, U, U}));
 
@@ -252,23 +212,6 @@ TEST(get_elements_on_boundaries, prefers_the_element_listing_the_record_in_its_s
                                          nbr_bound),
               0);
     EXPECT_EQ(values(codes), (list{0, 5, 8}));
-
-    // End points of edges get both codes k = 0 and 1.
-    const dense2D<unsigned> E = matrix(2, {{5, 6}, {6, 7}});
-    ASSERT_EQ(
-        get_elements_on_boundaries(E, EL_EDGE2, matrix(1, {{7}, {5}, {6}, {9}}), codes, nbr_bound),
-        0);
-    EXPECT_EQ(nbr_bound, 2u);
-    EXPECT_EQ(values(codes), (list{2, 1, 0, U}));
-
-    // A mixed solid: a triangular record never matches a quadrangular face.
-    const dense2D<unsigned> S = matrix(8, {{0, 1, 2, 3, 4, U, U, U}});
-    ASSERT_EQ(get_elements_on_boundaries(S, EL_SOLID_MIX,
-                                         matrix(4, {{3, 2, 1, 0}, {1, 0, 4, U}, {0, 1, 2, U}}),
-                                         codes, nbr_bound),
-              0);
-    EXPECT_EQ(nbr_bound, 6u);
-    EXPECT_EQ(values(codes), (list{4, 0, U}));
 }
 
 TEST(get_elements_on_boundaries, argument_checks_in_order)
@@ -294,7 +237,8 @@ TEST(get_elements_on_boundaries, argument_checks_in_order)
 }
 
 // Records cut from random meshes of every type, rotated, reversed, or made up, against brute
-// force; and on a solid grid the free faces come back to the codes of their own elements.
+// force. Edges have two codes per element (the end opposite node 0, then node 1); a triangular
+// face never matches a quadrangular one.
 TEST(get_elements_on_boundaries, matches_brute_force_on_random_meshes)
 {
     std::mt19937 gen(31);
@@ -323,15 +267,4 @@ TEST(get_elements_on_boundaries, matches_brute_force_on_random_meshes)
             for (std::size_t r = 0; r < recs.size(); ++r)
                 ASSERT_EQ(codes[r], brute_owner(M, type, recs[r], nbr_bound)) << type << " " << r;
         }
-
-    const dense2D<unsigned> H = gm::hexa_grid(3, 3, 2);
-    dense2D<unsigned> N, B;
-    ASSERT_EQ(get_neighbors(H, EL_HEXA8, false, N), 0);
-    ASSERT_EQ(get_mesh_boundaries(H, N, EL_HEXA8, B), 0);
-    dense1D<unsigned> expected, codes;
-    unsigned nb1, nb2;
-    ASSERT_EQ(get_mesh_bounding_elements(H, N, EL_HEXA8, expected, nb1), 0);
-    ASSERT_EQ(get_elements_on_boundaries(H, EL_HEXA8, B, codes, nb2), 0);
-    EXPECT_EQ(nb1, nb2);
-    EXPECT_EQ(values(codes), values(expected));
 }

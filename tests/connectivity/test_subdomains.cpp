@@ -1,26 +1,13 @@
 // Connected parts of a mesh, and the reordering by parts.
-#include "connectivity/grid_meshes.h"
-#include "connectivity/matrix_util.h"
+#include "connectivity/common.h"
+#include "connectivity/random_meshes.h"
 
 #include <algorithm>
 #include <deque>
-#include <gtest/gtest.h>
-#include <meshutil/connectivity.h>
 #include <random>
-#include <vector>
-
-using namespace qx7;
-using namespace qx7::meshutil;
-using qx7::meshutil::test_meshes::columns;
-using qx7::meshutil::test_meshes::matrix;
-using qx7::meshutil::test_meshes::values;
-namespace gm = qx7::meshutil::test_meshes;
-using list = std::vector<unsigned>;
 
 namespace
 {
-constexpr unsigned U = undefined_index;
-
 /// Listing by the plain rule: seeds in increasing order, a first-in first-out queue of every
 /// unvisited neighbour, an element dropped when it comes out already visited.
 void brute_subdomains(const dense2D<unsigned>& N, list& order, list& first)
@@ -47,23 +34,6 @@ void brute_subdomains(const dense2D<unsigned>& N, list& order, list& first)
     }
 }
 
-/// Several pieces: copies of a tetrahedral block, each on its own nodes, with their elements
-/// shuffled together.
-dense2D<unsigned> pieces(std::mt19937& gen, unsigned copies)
-{
-    const dense2D<unsigned> block = gm::tetra_cube(2, 2, 1);
-    const std::size_t nb = block.cols();
-    dense2D<unsigned> M(4, nb * copies);
-    std::vector<std::size_t> slot(nb * copies);
-    for (std::size_t j = 0; j < slot.size(); ++j)
-        slot[j] = j;
-    std::shuffle(slot.begin(), slot.end(), gen);
-    for (unsigned c = 0; c < copies; ++c)
-        for (std::size_t j = 0; j < nb; ++j)
-            for (unsigned i = 0; i < 4; ++i)
-                M(i, slot[c * nb + j]) = block(i, j) + 100 * c;
-    return M;
-}
 } // namespace
 
 TEST(get_subdomains, small_cases)
@@ -81,8 +51,7 @@ TEST(get_subdomains, small_cases)
 
     // A link recorded on one side only is followed from that side only; out-of-range entries
     // are skipped.
-    const dense2D<unsigned> one_way = matrix(2, {{3, 7}, {U, U}, {1, U}});
-    ASSERT_EQ(get_subdomains(one_way, order, first), 0);
+    ASSERT_EQ(get_subdomains(matrix(2, {{3, 7}, {U, U}, {1, U}}), order, first), 0);
     EXPECT_EQ(values(order), (list{0, 1, 2}));
     EXPECT_EQ(values(first), (list{0, 1, 2, 3}));
 
@@ -91,46 +60,42 @@ TEST(get_subdomains, small_cases)
     dense2D<unsigned> NR;
     NR.copy(N);
     ASSERT_EQ(get_subdomains(M, NR, first), 0);
-    EXPECT_EQ(columns(M), (std::vector<list>{{0, 1, 2}, {2, 1, 3}, {5, 6, 7}}));
-    EXPECT_EQ(columns(NR), (std::vector<list>{{1, U, U}, {U, 0, U}, {U, U, U}}));
+    EXPECT_EQ(columns(M), (records{{0, 1, 2}, {2, 1, 3}, {5, 6, 7}}));
+    EXPECT_EQ(columns(NR), (records{{1, U, U}, {U, 0, U}, {U, U, U}}));
     EXPECT_EQ(values(first), (list{0, 2, 3}));
 
     dense2D<unsigned> short_n = matrix(3, {{1, U, U}});
     EXPECT_EQ(get_subdomains(M, short_n, first), -2);
+    EXPECT_EQ(columns(M), (records{{0, 1, 2}, {2, 1, 3}, {5, 6, 7}}));
 }
 
-// Shuffled pieces: the listing matches the plain queue rule, every piece is found whole, and after
-// the reordering form every piece is a column range whose neighbour matrix is the one
-// get_neighbors computes for the new connectivity.
-TEST(get_subdomains, finds_the_pieces_of_shuffled_meshes)
+// Random meshes of every type, with few shared boundaries and so several pieces: the listing
+// matches the plain queue rule; the reordering form moves the columns by that order and leaves
+// the neighbour matrix that get_neighbors computes for the new connectivity.
+TEST(get_subdomains, matches_the_queue_rule_on_random_meshes)
 {
     std::mt19937 gen(8);
-    for (unsigned copies : {1u, 2u, 5u})
-    {
-        dense2D<unsigned> M = pieces(gen, copies);
-        dense2D<unsigned> N;
-        ASSERT_EQ(get_neighbors(M, EL_TETRA4, false, N), 0);
-        dense1D<unsigned> order, first;
-        ASSERT_EQ(get_subdomains(N, order, first), 0);
-        list ref_order, ref_first;
-        brute_subdomains(N, ref_order, ref_first);
-        EXPECT_EQ(values(order), ref_order);
-        EXPECT_EQ(values(first), ref_first);
-        ASSERT_EQ(first.size(), copies + 1);
-        for (unsigned s = 0; s < copies; ++s)
+    for (element_type type : linear_types)
+        for (int trial = 0; trial < 3; ++trial)
         {
-            const unsigned piece = M(0, order[first[s]]) / 100;
-            EXPECT_EQ(first[s + 1] - first[s], M.cols() / copies);
-            for (unsigned q = first[s]; q < first[s + 1]; ++q)
-                EXPECT_EQ(M(0, order[q]) / 100, piece);
-        }
+            dense2D<unsigned> M = gm::random_mesh(type, 1 + gen() % 60, 40 + gen() % 60, gen);
+            dense2D<unsigned> N;
+            ASSERT_EQ(get_neighbors(M, type, false, N), 0);
+            dense1D<unsigned> order, first;
+            ASSERT_EQ(get_subdomains(N, order, first), 0);
+            list ref_order, ref_first;
+            brute_subdomains(N, ref_order, ref_first);
+            EXPECT_EQ(values(order), ref_order);
+            EXPECT_EQ(values(first), ref_first);
 
-        ASSERT_EQ(get_subdomains(M, N, first), 0);
-        dense2D<unsigned> fresh;
-        ASSERT_EQ(get_neighbors(M, EL_TETRA4, false, fresh), 0);
-        EXPECT_EQ(columns(N), columns(fresh));
-        for (unsigned s = 0; s < copies; ++s)
-            for (unsigned j = first[s]; j < first[s + 1]; ++j)
-                EXPECT_EQ(M(0, j) / 100, M(0, first[s]) / 100);
-    }
+            const records old_columns = columns(M);
+            ASSERT_EQ(get_subdomains(M, N, first), 0);
+            EXPECT_EQ(values(first), ref_first);
+            const records new_columns = columns(M);
+            for (std::size_t j = 0; j < M.cols(); ++j)
+                ASSERT_EQ(new_columns[j], old_columns[order[j]]);
+            dense2D<unsigned> fresh;
+            ASSERT_EQ(get_neighbors(M, type, false, fresh), 0);
+            EXPECT_EQ(columns(N), columns(fresh));
+        }
 }
