@@ -366,7 +366,11 @@ BENCHMARK(detector_build) SIZES;
 BENCHMARK(detector_build_sorted_grid)->Unit(benchmark::kMillisecond)->Iterations(2);
 BENCHMARK(detector_closest) SIZES_ONCE;
 BENCHMARK(detector_box) SIZES;
-BENCHMARK(merge_duplicates) SIZES_ONCE;
+BENCHMARK(merge_duplicates)
+    ->Arg(1000000)
+    ->Arg(4000000)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(4);
 BENCHMARK(merge_exact_tripled)->Arg(1000000)->Unit(benchmark::kMillisecond)->Iterations(2);
 BENCHMARK(reference_hash_dedupe)->Arg(1000000)->Unit(benchmark::kMillisecond)->Iterations(2);
 #ifdef HAVE_NANOFLANN

@@ -305,6 +305,194 @@ unsigned fine_shift(const unsigned* counts, const std::size_t* dims, std::size_t
     return shift;
 }
 
+/// Sorts the nodes of each dense cell by fine key when `keyed`, and tells whether the nodes sharing
+/// a fine cell stay few enough for the scans: the sum of the squared run lengths at most
+/// 16 na + 1024. Nodes crowded in fine cells make the scans quadratic: the tree suits better.
+template <class T>
+bool sort_cells(T* data, const dense1D<unsigned>& start, bool keyed, std::size_t na) noexcept
+{
+    std::uint64_t crowding = 0;
+    for (std::size_t c = 0; c + 1 < start.size(); ++c)
+    {
+        T* first = data + start[c];
+        T* last = data + start[c + 1];
+        if (keyed && last - first > 1)
+            std::sort(first, last, [](const T& x, const T& y) { return x.key < y.key; });
+        for (T* run = first; run != last;)
+        {
+            T* end = run + 1;
+            while (end != last && end->key == run->key)
+                ++end;
+            crowding += std::uint64_t(end - run) * std::uint64_t(end - run);
+            run = end;
+        }
+    }
+    return crowding <= 16 * std::uint64_t(na) + 1024;
+}
+
+/// The first node of fine cell `k` in a dense cell [it, end) sorted by key when `keyed`.
+template <class T>
+inline const T* first_of_key(const T* it, const T* end, unsigned k, bool keyed) noexcept
+{
+    if (!keyed) return it;
+    if (end - it > 8)
+        return std::lower_bound(it, end, k, [](const T& x, unsigned v) { return x.key < v; });
+    while (it != end && it->key < k)
+        ++it;
+    return it;
+}
+
+/// The grid merge of one list with itself, cell by cell. At step j of the merge, a node a later
+/// in the list takes b = A[j] when a lies within tol of b and no earlier step took it: a merges
+/// into the earliest b before it whose box holds it, whatever order the pairs are visited in. So
+/// the nodes are walked in cell order, each keeping the smallest such position met, and every
+/// read stays within a few neighbouring cells. The located nodes carry their coordinates (copied
+/// bit for bit), their position in A and their fine key.
+/// `axis` gives the fine cells along each axis, `cell` the dense-array cell and fine key of fine
+/// coordinates; `start` holds the prefix counts of the dense cells; `keyed` tells whether the
+/// dense cells hold several fine cells (nodes then sorted by key within them).
+template <unsigned D, class Cell>
+int merge_grid_self(const dense2D<double>& pos, const dense1D<unsigned>& A, dense1D<unsigned>& map,
+                    double tol, const grid_axis* axis, Cell cell, dense1D<unsigned>& start,
+                    bool keyed) noexcept
+{
+    struct located
+    {
+        unsigned key, rank; ///< key holds the dense cell until the nodes reach their cells
+        double x[D];
+    };
+    const std::size_t na = A.size(), nbr_cells = start.size() - 1;
+    auto cell_of = [&](const double* p)
+    {
+        std::size_t f[D];
+        for (unsigned i = 0; i < D; ++i)
+            f[i] = axis[i].cell(p[i]);
+        return cell(f);
+    };
+    // Binning goes through runs of consecutive cells (at most 2048 runs): the nodes are first
+    // placed by run, then each run is sorted out by cell from a copy. Each pass then writes to a
+    // few thousand places at a time, where scattering every node straight to its cell would miss
+    // the cache at every node once the cells outgrow it.
+    unsigned run_bits = 0;
+    while ((nbr_cells - 1) >> run_bits >= 2048)
+        ++run_bits;
+    const std::size_t nbr_runs = ((nbr_cells - 1) >> run_bits) + 1;
+    dense1D<located> nodes;
+    dense1D<unsigned> best, run_start;
+    if (!nodes.resize(na) || !best.resize(na, undefined_index) ||
+        !run_start.resize(nbr_runs + 1, 0u))
+        return -199;
+    for (std::size_t k = 0; k < na; ++k)
+        ++run_start[(cell_of(pos.col(A[k])).first >> run_bits) + 1];
+    std::size_t largest = 0;
+    for (std::size_t r = 0; r < nbr_runs; ++r)
+    {
+        largest = std::max<std::size_t>(largest, run_start[r + 1]);
+        run_start[r + 1] += run_start[r];
+    }
+    for (std::size_t k = 0; k < na; ++k)
+    {
+        const double* p = pos.col(A[k]);
+        const std::size_t id = cell_of(p).first;
+        located& l = nodes[run_start[id >> run_bits]++];
+        l.key = unsigned(id);
+        l.rank = unsigned(k);
+        for (unsigned i = 0; i < D; ++i)
+            l.x[i] = p[i];
+    }
+    {
+        dense1D<located> copy;
+        if (!copy.resize(largest)) return -199;
+        std::size_t begin = 0;
+        for (std::size_t r = 0; r < nbr_runs; ++r)
+        {
+            const std::size_t end = run_start[r], size = end - begin;
+            const std::size_t c0 = r << run_bits, c1 = std::min(nbr_cells, (r + 1) << run_bits);
+            std::copy(nodes.data() + begin, nodes.data() + end, copy.data());
+            for (std::size_t t = 0; t < size; ++t)
+                ++start[copy[t].key];
+            std::size_t at = begin;
+            for (std::size_t c = c0; c < c1; ++c)
+            {
+                const std::size_t count = start[c];
+                start[c] = unsigned(at);
+                at += count;
+            }
+            for (std::size_t t = 0; t < size; ++t)
+            {
+                located& l = nodes[start[copy[t].key]++];
+                l = copy[t];
+                l.key = cell_of(l.x).second;
+            }
+            begin = end;
+        }
+    }
+    // start[c] now ends cell c.
+    for (std::size_t c = nbr_cells; c > 0; --c)
+        start[c] = start[c - 1];
+    start[0] = 0;
+    if (!sort_cells(nodes.data(), start, keyed, na)) return -2;
+
+    // The merged nodes are counted by runs of positions in A, as for the cells.
+    unsigned rank_bits = 0;
+    while ((na - 1) >> rank_bits >= 2048)
+        ++rank_bits;
+    const std::size_t nbr_rank_runs = ((na - 1) >> rank_bits) + 1;
+    dense1D<unsigned> rank_start;
+    if (!rank_start.resize(nbr_rank_runs + 1, 0u)) return -199;
+    const located* all = nodes.data();
+    for (std::size_t t = 0; t < na; ++t)
+    {
+        const double* p = all[t].x;
+        const unsigned r = all[t].rank;
+        std::size_t first[D], last[D], at[D];
+        for (unsigned i = 0; i < D; ++i)
+        {
+            first[i] = axis[i].cell(p[i] - tol);
+            last[i] = axis[i].cell(p[i] + tol);
+            at[i] = first[i];
+        }
+        for (;;)
+        {
+            const auto [id, k] = cell(at);
+            const located* it = all + start[id];
+            const located* end = all + start[id + 1];
+            it = first_of_key(it, end, k, keyed);
+            for (; it != end && it->key == k; ++it)
+                if (it->rank > r && r < best[it - all] && within<D>(p, it->x, tol))
+                {
+                    rank_start[(it->rank >> rank_bits) + 1] += best[it - all] == undefined_index;
+                    best[it - all] = r;
+                }
+            unsigned i = 0;
+            while (i < D && at[i] == last[i])
+                at[i] = first[i], ++i;
+            if (i == D) break;
+            ++at[i];
+        }
+    }
+    // The merges go to the map through runs of positions, so that its writes stay local.
+    for (std::size_t r = 0; r < nbr_rank_runs; ++r)
+        rank_start[r + 1] += rank_start[r];
+    const std::size_t count = rank_start[nbr_rank_runs];
+    struct merged
+    {
+        unsigned rank, into;
+    };
+    dense1D<merged> merges;
+    if (!merges.resize(count)) return -199;
+    for (std::size_t t = 0; t < na; ++t)
+        if (best[t] != undefined_index)
+            merges[rank_start[all[t].rank >> rank_bits]++] = merged{all[t].rank, best[t]};
+    unsigned* m = map.data();
+    for (std::size_t e = 0; e < count; ++e)
+        m[A[merges[e].rank]] = A[merges[e].into];
+    // Each entry names an earlier node of A: in A's order, that node's entry is final already.
+    for (std::size_t j = 0; j < na; ++j)
+        m[A[j]] = m[m[A[j]]];
+    return int(count);
+}
+
 /// Pairs from a two-level grid over A. Fine cells have side >= tol and the cell of a coordinate
 /// is a non-decreasing function of it, so the fine cells from those of b - tol to b + tol hold
 /// every node of A in the closed box of b, and each candidate passes the very tests of the tree
@@ -354,7 +542,7 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
         axis[i] = grid_axis(lo[i], 1.0 / side, dims[i]);
     }
     dense1D<unsigned> start, rank;
-    if (!start.resize(nbr_cells + 1, 0u) || !rank.resize(pos.cols(), undefined_index)) return -199;
+    if (!start.resize(nbr_cells + 1, 0u)) return -199;
     // Cell of fine coordinates f in a grid of n[i] cells per axis, each 2^bits fine cells wide.
     auto coarse_id = [](const std::size_t* n, const std::size_t* f, unsigned bits)
     {
@@ -405,6 +593,13 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
         nbr_cells *= (cdims[i] = dims[i] << (shift - bits));
     if (!start.resize(nbr_cells + 1)) return -199;
     start = 0u;
+    if (same_list(A, B))
+        return merge_grid_self<D>(
+            pos, A, map, tol, axis,
+            [&](const std::size_t* f) {
+                return std::pair{coarse_id(cdims, f, bits), fine_key(f, bits)};
+            },
+            start, bits > 0);
     // Fine coordinates of A's k-th node (recomputed rather than stored: two passes over A read
     // pos in A's order, cheaper than writing and reading back two more arrays of na entries).
     auto fine_of = [&](std::size_t k, std::size_t* f)
@@ -429,7 +624,7 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
         unsigned node, key;
     };
     dense1D<item> items;
-    if (!items.resize(na)) return -199;
+    if (!items.resize(na) || !rank.resize(pos.cols(), undefined_index)) return -199;
     for (std::size_t j = 0; j < B.size(); ++j)
         rank[B[j]] = unsigned(j);
     for (std::size_t k = 0; k < na; ++k)
@@ -443,23 +638,7 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
     start[0] = 0;
     // Each coarse cell sorted by fine key (the order within a fine cell plays no part); nodes
     // crowded in fine cells make the scans quadratic: the tree suits better.
-    std::uint64_t crowding = 0;
-    for (std::size_t c = 0; c < nbr_cells; ++c)
-    {
-        item* first = items.data() + start[c];
-        item* last = items.data() + start[c + 1];
-        if (bits > 0 && last - first > 1)
-            std::sort(first, last, [](const item& x, const item& y) { return x.key < y.key; });
-        for (item* run = first; run != last;)
-        {
-            item* end = run + 1;
-            while (end != last && end->key == run->key)
-                ++end;
-            crowding += std::uint64_t(end - run) * std::uint64_t(end - run);
-            run = end;
-        }
-    }
-    if (crowding > 16 * std::uint64_t(na) + 1024) return -2;
+    if (!sort_cells(items.data(), start, bits > 0, na)) return -2;
 
     unsigned* m = map.data();
     int count = 0;
@@ -507,15 +686,7 @@ int merge_grid(const dense2D<double>& pos, const dense1D<unsigned>& A, const den
             const unsigned k = fine_key(at, bits);
             const item* it = items.data() + start[id];
             const item* end = items.data() + start[id + 1];
-            if (bits > 0)
-            {
-                if (end - it > 8)
-                    it = std::lower_bound(it, end, k,
-                                          [](const item& x, unsigned v) { return x.key < v; });
-                else
-                    while (it != end && it->key < k)
-                        ++it;
-            }
+            it = first_of_key(it, end, k, bits > 0);
             for (; it != end && it->key == k; ++it)
             {
                 // At step j a node was handled when its position in B is at most j.
