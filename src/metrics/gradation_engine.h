@@ -249,7 +249,8 @@ public:
     /// queued (ties aside), with far fewer queued entries: most slots are rewritten or made stale
     /// by a move of their node before their turn. Entries that could only fail without effect,
     /// because the node's direction is already fixed against the move (or the two sizes are
-    /// equal), are not queued: popping them would change nothing.
+    /// equal), or, for sizes, because the move would be too small to be made and would leave the
+    /// direction byte as it is (see futile), are not queued: popping them would change nothing.
     long run(std::size_t n, gradation_counters& counters) noexcept
     {
         gradation_queue queue;
@@ -276,8 +277,9 @@ public:
             for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
             {
                 int order;
-                const double s = screened_measure(i, m_graph[k], order);
-                keep(k, s, order);
+                double t;
+                const double s = screened_measure(i, m_graph[k], order, t);
+                keep(k, s, order, futile(i, t));
             }
             if (!push_best(queue, i, counters)) return -199;
         }
@@ -326,11 +328,12 @@ public:
             {
                 const unsigned nb = m_graph[k];
                 int order;
-                const double s = screened_measure(i, nb, order);
-                keep(k, s, order);
+                double t;
+                const double s = screened_measure(i, nb, order, t);
+                keep(k, s, order, futile(i, t));
                 if (m_state[nb] == undefined_index) continue;
                 const unsigned m = m_mirror[k];
-                keep(m, s, -order);
+                keep(m, s, -order, futile(nb, t));
                 if (!may_move(nb, -order)) m_keys[m] = -1.0f;
                 if (m_rep[nb] == m)
                 {
@@ -354,18 +357,32 @@ public:
 
     /// The gradation measure of the edge i -> j when it may exceed g; otherwise 0 or the measure
     /// (both not above g). Isotropic shocks clearly below g are recognised without pow and log.
-    double screened_measure(unsigned i, unsigned j, int& order) const noexcept
+    /// t receives the fraction that a move of either end towards the other would take (the same
+    /// both ways, as update_size computes it), or 1 when that is not worked out here (metrics).
+    double screened_measure(unsigned i, unsigned j, int& order, double& t) const noexcept
     {
-        if constexpr (!ANISO && !VARIATION)
+        t = 1.0;
+        if constexpr (!ANISO)
         {
             const double hi = m_field[i * m_field_ld], hj = m_field[j * m_field_ld];
-            if (shock_clearly_below(hi, hj, distance<DIM>(x(i), x(j)), m_screen))
-            {
-                order = hj > hi ? 1 : -1;
-                return 0.0;
-            }
+            const double d = distance<DIM>(x(i), x(j));
+            if constexpr (!VARIATION)
+                if (shock_clearly_below(hi, hj, d, m_screen))
+                {
+                    order = hj > hi ? 1 : -1;
+                    return 0.0;
+                }
+            t = fraction(hi, hj, d);
         }
         return measure(i, j, order);
+    }
+
+    /// True when a move of `node` by the fraction t must fail without any effect: a fraction of
+    /// at most 0.001 fails, and leaves the direction byte as it is when it is already set or
+    /// when t is at most 1e-12 (see direction_allows). Such entries are not queued.
+    bool futile(unsigned node, double t) const noexcept
+    {
+        return t <= 0.001 && (m_dir[node] != 0 || t <= 1e-12);
     }
 
     /// The gradation measure of the edge i -> j in the current field.
@@ -416,11 +433,12 @@ private:
     static constexpr unsigned char wants_up = 1, queued = 2;
 
     /// Keeps the key of graph entry k (the edge from its node): the measure's key when it
-    /// exceeds g, else -1 (nothing to do along it); and the direction of the move. The slot is
+    /// exceeds g and the move is not futile, else -1 (nothing to do along it); and the direction
+    /// of the move. The slot is
     /// no longer queued (an entry made before is stale).
-    void keep(unsigned k, double s, int order) noexcept
+    void keep(unsigned k, double s, int order, bool futile) noexcept
     {
-        m_keys[k] = s > m_g && order != 0 ? gradation_key(s) : -1.0f;
+        m_keys[k] = s > m_g && order != 0 && !futile ? gradation_key(s) : -1.0f;
         m_flags[k] = order > 0 ? wants_up : 0;
     }
 
