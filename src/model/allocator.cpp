@@ -3,10 +3,12 @@
 // Small blocks come from the C heap, 64-byte aligned. Large blocks (4 MiB and more) are mapped
 // directly, 2 MiB aligned, and advised for transparent huge pages: on virtual machines a page
 // fault costs several microseconds, and huge pages cut the number of faults by 512. Freed large
-// blocks are kept in a small cache (at most 8 blocks, 1 GiB in all) and handed out again for
-// requests they fit without wasting more than half of them, so algorithms that allocate and free
-// large scratch buffers call after call do not fault the same memory in again and again. The cache
-// is the allocator's own business, guarded by a mutex: it never changes a result.
+// blocks are kept in a small cache (at most 8 blocks, 1 GiB in all; the blocks kept longest ago
+// make room for new ones) and handed out again for requests they fit without wasting more than
+// half of them, so algorithms that allocate and free large scratch buffers call after call do not
+// fault the same memory in again and again. The cache is the allocator's own business, guarded by
+// a mutex: it never changes a result.
+#include <cstdint>
 #include <cstdlib>
 #include <meshutil/containers.h>
 #include <mutex>
@@ -26,7 +28,8 @@ constexpr std::size_t cache_limit = std::size_t(1) << 30;
 struct large_block
 {
     void* p;
-    std::size_t bytes; // mapped size, a multiple of huge_page
+    std::size_t bytes;  // mapped size, a multiple of huge_page
+    std::uint64_t when; // order in which the blocks were kept
 };
 
 struct block_cache
@@ -34,6 +37,7 @@ struct block_cache
     std::mutex lock;
     large_block slots[cache_slots] = {};
     std::size_t total = 0;
+    std::uint64_t kept = 0;
 
     void* take(std::size_t bytes)
     {
@@ -46,22 +50,42 @@ struct block_cache
         if (best == cache_slots) return nullptr;
         void* p = slots[best].p;
         total -= slots[best].bytes;
-        slots[best] = {nullptr, 0};
+        slots[best] = {nullptr, 0, 0};
         return p;
     }
 
+    /// Keeps a freed block, making room by unmapping the blocks kept longest ago: the blocks of
+    /// the latest calls are the likeliest to be asked for again. False when the block alone
+    /// exceeds the cache.
     bool keep(void* p, std::size_t bytes)
     {
-        std::lock_guard<std::mutex> guard(lock);
-        if (total + bytes > cache_limit) return false;
-        for (auto& s : slots)
-            if (!s.p)
+        if (bytes > cache_limit) return false;
+        large_block evicted[cache_slots];
+        unsigned nbr_evicted = 0;
+        {
+            std::lock_guard<std::mutex> guard(lock);
+            for (;;)
             {
-                s = {p, bytes};
-                total += bytes;
-                return true;
+                unsigned free_slot = cache_slots, oldest = cache_slots;
+                for (unsigned k = 0; k < cache_slots; ++k)
+                    if (!slots[k].p)
+                        free_slot = k;
+                    else if (oldest == cache_slots || slots[k].when < slots[oldest].when)
+                        oldest = k;
+                if (free_slot != cache_slots && total + bytes <= cache_limit)
+                {
+                    slots[free_slot] = {p, bytes, ++kept};
+                    total += bytes;
+                    break;
+                }
+                evicted[nbr_evicted++] = slots[oldest];
+                total -= slots[oldest].bytes;
+                slots[oldest] = {nullptr, 0, 0};
             }
-        return false;
+        }
+        for (unsigned k = 0; k < nbr_evicted; ++k)
+            munmap(evicted[k].p, evicted[k].bytes);
+        return true;
     }
 
     void trim()
@@ -71,7 +95,7 @@ struct block_cache
             if (s.p)
             {
                 munmap(s.p, s.bytes);
-                s = {nullptr, 0};
+                s = {nullptr, 0, 0};
             }
         total = 0;
     }

@@ -1,9 +1,11 @@
 // The containers: shared and deep copies, views, growth, allocation failure, column appends,
 // fixed-size objects, the histogram, the eigen-solver and the block allocator.
+#include <algorithm>
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <meshutil/containers.h>
 #include <random>
+#include <vector>
 
 using qx7::dense1D;
 using qx7::dense2D;
@@ -286,6 +288,28 @@ TEST(allocator, large_blocks_are_aligned_and_reused)
     void* b = qx7::__vector_num_alloc(bytes - 4096);
     EXPECT_EQ(a, b);
     qx7::__vector_num_free(b, bytes - 4096);
+    qx7::__vector_num_trim();
+
+    // Once the cache is full, the latest freed block displaces the oldest ones (a program that
+    // moves on to larger inputs gets its new buffers back instead of fresh mappings).
+    const std::size_t four = std::size_t(4) << 20;
+    std::vector<void*> old;
+    for (unsigned k = 0; k < 8; ++k)
+        old.push_back(qx7::__vector_num_alloc(four));
+    for (void* p : old)
+        qx7::__vector_num_free(p, four);
+    const std::size_t big = std::size_t(64) << 20;
+    void* c = qx7::__vector_num_alloc(big);
+    ASSERT_NE(c, nullptr);
+    static_cast<char*>(c)[big - 1] = 2;
+    qx7::__vector_num_free(c, big);
+    // The same memory, not a fresh mapping that happens to get the same address.
+    ASSERT_EQ(qx7::__vector_num_alloc(big), c);
+    EXPECT_EQ(static_cast<char*>(c)[big - 1], 2);
+    qx7::__vector_num_free(c, big);
+    void* d = qx7::__vector_num_alloc(four); // the seven 4 MiB blocks left still serve
+    EXPECT_NE(std::find(old.begin(), old.end(), d), old.end());
+    qx7::__vector_num_free(d, four);
     qx7::__vector_num_trim();
 
     void* small = qx7::__vector_num_alloc(100);
