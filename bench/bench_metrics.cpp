@@ -241,6 +241,7 @@ void BM_gradation_iso(benchmark::State& state)
     state.counters["pushes"] = double(c.pushes);
     state.counters["pops"] = double(c.pops);
     state.counters["stale"] = double(c.stale);
+    state.counters["peak"] = double(c.peak);
     state.counters["updates"] = double(c.updates);
 }
 BENCHMARK(BM_gradation_iso)
@@ -275,6 +276,7 @@ void BM_gradation_aniso_3d(benchmark::State& state)
     state.counters["pushes"] = double(c.pushes);
     state.counters["pops"] = double(c.pops);
     state.counters["stale"] = double(c.stale);
+    state.counters["peak"] = double(c.peak);
     state.counters["updates"] = double(c.updates);
 }
 BENCHMARK(BM_gradation_aniso_3d)->Arg(250000)->Unit(benchmark::kMillisecond)->Iterations(1);

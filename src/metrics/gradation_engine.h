@@ -7,6 +7,7 @@
 #include "metrics/metrics_private.h"
 #include "quality/quality_private.h"
 
+#include <algorithm>
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
@@ -288,6 +289,7 @@ public:
         counters.peak = queue.size();
         while (!queue.empty())
         {
+            counters.peak = std::max(counters.peak, queue.size());
             const gradation_entry e = queue.pop();
             ++counters.pops;
             if (!queue.empty())
