@@ -298,6 +298,7 @@ public:
                 const gradation_entry& next = queue.top();
                 __builtin_prefetch(m_state + next.node);
                 __builtin_prefetch(m_state + next.neighbour);
+                __builtin_prefetch(m_first + next.node);
             }
             const unsigned i = e.node, j = e.neighbour;
             if (m_state[i] > e.stamp || (m_state[j] != undefined_index && m_state[j] > e.stamp))
