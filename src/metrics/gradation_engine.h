@@ -286,7 +286,6 @@ public:
         }
         unsigned stamp = 0;
         long count = 0;
-        counters.peak = queue.size();
         while (!queue.empty())
         {
             counters.peak = std::max(counters.peak, queue.size());
