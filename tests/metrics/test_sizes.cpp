@@ -130,34 +130,18 @@ TEST(metrics_gen_iso, check_ladder)
 {
     const dense2D<double> pos = cols_of<double>(2, {0, 0, 1, 0, 2, 0, 5, 0});
     const dense2D<unsigned> T = cols_of<unsigned>(3, {0, 1, 2});
-    struct row
-    {
-        dense2D<double> pos;
-        dense2D<unsigned> connectM;
-        element_type type;
-        double p;
-        int code;
-        std::size_t size; // of the sizes afterwards
-    };
-    const row rows[] = {
-        {pos, dense2D<unsigned>(3, 0), EL_TRIA3, 1.0, 0, 2}, // empty connectivity: untouched
-        {cols_of<double>(1, {0, 1, 2}), T, EL_TRIA3, 1.0, -1, 2},
-        {pos, cols_of<unsigned>(3, {0, 1, 4}), EL_TRIA3, 1.0, -2, 2},
-        {pos, T, EL_QUAD4, 1.0, -2, 2}, // wrong row count
-        {pos, T, EL_TRIA3, -1.0, -5, 2},
-        {pos, cols_of<unsigned>(6, {0, 1, 2, 0, 1, 2}), EL_TRIA6, 1.0, -3, 4},
-        {pos, cols_of<unsigned>(2, {0, 1}), EL_EDGE_MIX, 1.0, -3, 4},
-    };
-    for (const row& t : rows)
-    {
-        dense1D<double> h = list_of<double>({7, 7});
-        EXPECT_EQ(metrics_gen_iso(t.pos, t.connectM, t.type, h, t.p), t.code) << t.type;
-        // An unsupported type is reported after the sizes have grown; old values are kept.
-        ASSERT_EQ(h.size(), t.size);
-        EXPECT_TRUE(h[0] == 7.0 && h[1] == 7.0 && (t.size == 2 || h[3] == 0.0));
-    }
+    dense1D<double> h = list_of<double>({7, 7});
+    EXPECT_EQ(metrics_gen_iso(pos, dense2D<unsigned>(3, 0), EL_TRIA3, h, 1.0), 0);
+    EXPECT_EQ(metrics_gen_iso(cols_of<double>(1, {0, 1, 2}), T, EL_TRIA3, h, 1.0), -1);
+    EXPECT_EQ(metrics_gen_iso(pos, cols_of<unsigned>(3, {0, 1, 4}), EL_TRIA3, h, 1.0), -2);
+    EXPECT_EQ(metrics_gen_iso(pos, T, EL_QUAD4, h, 1.0), -2); // wrong row count
+    EXPECT_EQ(metrics_gen_iso(pos, T, EL_TRIA3, h, -1.0), -5);
+    EXPECT_TRUE(h == list_of<double>({7, 7})); // untouched so far
+    // An unsupported type is reported after the sizes have grown; old values are kept.
+    EXPECT_EQ(metrics_gen_iso(pos, cols_of<unsigned>(6, {0, 1, 2, 0, 1, 2}), EL_TRIA6, h, 1.0), -3);
+    EXPECT_EQ(metrics_gen_iso(pos, cols_of<unsigned>(2, {0, 1}), EL_EDGE_MIX, h, 1.0), -3);
+    EXPECT_TRUE(h == list_of<double>({7, 7, 0, 0}));
     // A NaN exponent passes the checks.
-    dense1D<double> h;
     EXPECT_EQ(metrics_gen_iso(pos, cols_of<unsigned>(2, {0, 3}), EL_EDGE2, h, nan_), 0);
     EXPECT_TRUE(std::isnan(h[0]));
 }
