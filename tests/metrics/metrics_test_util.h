@@ -7,7 +7,6 @@
 #include <initializer_list>
 #include <limits>
 #include <meshutil/containers.h>
-#include <type_traits>
 
 namespace metrics_test
 {
@@ -75,27 +74,19 @@ inline void unit_vector(rng& r, double* u)
         u[i] /= n;
 }
 
-/// A random orthonormal basis (columns of q, column-major N x N) by Gram-Schmidt.
+/// A random orthonormal basis (columns of q, column-major N x N): the product of two random
+/// reflections I - 2 u u^T, which can be any rotation.
 template <int N>
 inline void orthonormal_basis(rng& r, double* q)
 {
-    for (int k = 0; k < N; ++k)
-    {
-        double* v = q + k * N;
-        do
-        {
-            unit_vector<N>(r, v);
-            for (int m = 0; m < k; ++m)
-            {
-                const double d = dot<N>(v, q + m * N);
-                for (int i = 0; i < N; ++i)
-                    v[i] -= d * q[i + m * N];
-            }
-        } while (dot<N>(v, v) < 1e-2);
-        const double n = std::sqrt(dot<N>(v, v));
+    double u[N], v[N];
+    unit_vector<N>(r, u);
+    unit_vector<N>(r, v);
+    const double uv = dot<N>(u, v);
+    for (int j = 0; j < N; ++j)
         for (int i = 0; i < N; ++i)
-            v[i] /= n;
-    }
+            q[i + j * N] =
+                (i == j) - 2.0 * u[i] * u[j] - 2.0 * v[i] * v[j] + 4.0 * uv * u[i] * v[j];
 }
 
 /// A random valid metric Q diag(1/h^2) Q^T with sizes log-uniform in [hmin, hmax].
@@ -148,20 +139,12 @@ inline double quad(const qx7::symmetric_fixed<double, N>& M, const double* x)
     return s;
 }
 
-/// Number of doubles in a fixed vector, matrix or metric.
-template <class A>
-constexpr std::size_t entries()
-{
-    static_assert(std::is_trivially_copyable<A>::value && sizeof(A) % sizeof(double) == 0);
-    return sizeof(A) / sizeof(double);
-}
-
-/// Largest absolute entry of a fixed vector, matrix or metric.
+/// Largest absolute entry of a fixed vector, matrix or metric (plain arrays of doubles).
 template <class A>
 inline double max_abs(const A& M)
 {
     double m = 0.0;
-    for (std::size_t k = 0; k < entries<A>(); ++k)
+    for (std::size_t k = 0; k < sizeof(A) / sizeof(double); ++k)
         m = std::max(m, std::fabs(M.data()[k]));
     return m;
 }
@@ -170,7 +153,7 @@ inline double max_abs(const A& M)
 template <class A>
 inline bool same(const A& a, const A& b)
 {
-    return std::equal(a.data(), a.data() + entries<A>(), b.data());
+    return std::equal(a.data(), a.data() + sizeof(A) / sizeof(double), b.data());
 }
 
 /// Same shape and entries.
