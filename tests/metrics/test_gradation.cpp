@@ -87,39 +87,32 @@ dense2D<double> iso_metrics(const dense1D<double>& h, unsigned dim)
 
 TEST(metric_gradation, check_ladder)
 {
-    // Two nodes one unit apart with sizes 1 and 10; every failing check leaves the field as it was.
+    // Two nodes one unit apart with sizes 1 and 10. The four forms must agree, and every failing
+    // check leaves the field as it was.
     const dense2D<double> pos = cols_of<double>(2, {0, 0, 1, 0}), pos1 = cols_of<double>(1, {0, 1});
-    const dense2D<unsigned> E = cols_of<unsigned>(2, {0, 1}), bad = cols_of<unsigned>(2, {0, 2});
-    const dense2D<unsigned> empty;
-    struct row
+    const dense2D<unsigned> E = cols_of<unsigned>(2, {0, 1});
+    auto code = [](const dense2D<double>& p, const dense2D<unsigned>& C,
+                   const dense1D<unsigned>& nodes, double g)
     {
-        const dense2D<double>& pos;
-        const dense2D<unsigned>& connectM;
-        dense1D<unsigned> nodes;
-        double g;
-        int code;
-    };
-    const row rows[] = {
-        {pos, empty, no_nodes, -1.0, 0},
-        {pos1, E, no_nodes, DBL_MAX, 0},
-        {pos1, E, no_nodes, 0.5, -1},
-        {pos, bad, no_nodes, 0.5, -2},
-        {pos, E, list_of<unsigned>({2}), 0.5, -4},
-        {pos, E, list_of<unsigned>({undefined_index}), 0.5, -4},
-        {pos, E, no_nodes, -1.0, -7},
-        {pos, E, no_nodes, nan_, -7},
-    };
-    for (const row& t : rows)
-        for (bool variation : {false, true})
+        int c[4];
+        for (int k : {0, 2})
         {
             dense1D<double> h = list_of<double>({1.0, 10.0});
             dense2D<double> M = iso_metrics(h, 2);
-            EXPECT_EQ(grade(variation, t.pos, t.connectM, EL_EDGE2, t.nodes, true, 0, t.g, h),
-                      t.code);
-            EXPECT_EQ(grade(variation, t.pos, t.connectM, EL_EDGE2, t.nodes, true, 0, t.g, M),
-                      t.code);
+            c[k] = grade(k == 2, p, C, EL_EDGE2, nodes, true, 0, g, h);
+            c[k + 1] = grade(k == 2, p, C, EL_EDGE2, nodes, true, 0, g, M);
             EXPECT_TRUE(h == list_of<double>({1.0, 10.0}) && M(0, 0) == 1.0 && M(0, 1) == 0.01);
         }
+        return c[0] == c[1] && c[1] == c[2] && c[2] == c[3] ? c[0] : 99;
+    };
+    EXPECT_EQ(code(pos, dense2D<unsigned>(), no_nodes, -1.0), 0);
+    EXPECT_EQ(code(pos1, E, no_nodes, DBL_MAX), 0);
+    EXPECT_EQ(code(pos1, E, no_nodes, 0.5), -1);
+    EXPECT_EQ(code(pos, cols_of<unsigned>(2, {0, 2}), no_nodes, 0.5), -2);
+    EXPECT_EQ(code(pos, E, list_of<unsigned>({2}), 0.5), -4);
+    EXPECT_EQ(code(pos, E, list_of<unsigned>({undefined_index}), 0.5), -4);
+    EXPECT_EQ(code(pos, E, no_nodes, -1.0), -7);
+    EXPECT_EQ(code(pos, E, no_nodes, nan_), -7);
     // -8: a field too short, or of the wrong row count.
     dense1D<double> short_h = list_of<double>({1.0});
     dense2D<double> M3 = iso_metrics(list_of<double>({1.0, 10.0}), 3), M1(3, 1, 1.0);
