@@ -105,8 +105,8 @@ TEST(writers, every_element_type_matches_golden_file)
 
 TEST(writers, failed_checks_return_their_code_and_leave_the_file_as_documented)
 {
-    // Every check of each writer with the earlier ones passing. medit checks before creating
-    // its file; the others create it first and leave it empty.
+    // Every check of each writer with the earlier ones passing. The medit, FEMAP and OBJ writers
+    // check before creating their file; the others create it first and leave it empty.
     const dense2D<double> pos = grid27(), pos4(3, 4, 0.0);
     const dense2D<unsigned> tri = columns(3, {{0, 1, 2}}),
                             tri2 = columns(3, {{0, 1, 2}, {1, 2, 3}});
@@ -115,86 +115,69 @@ TEST(writers, failed_checks_return_their_code_and_leave_the_file_as_documented)
     const dense1D<int> one = type_list({EL_TRIA3}), two = type_list({EL_TRIA3, EL_TRIA3});
     const dense1D<unsigned> all2 = list({0, 2}), pids2 = list({1, 1});
     using call = std::function<int(const char*)>;
+#define W(call) [&](const char* p) { return call; }
     const struct
     {
         const char* writer;
         int code;
         call write;
     } cases[] = {
-        {"medit", -2,
-         [&](const char* p)
-         { return medit_output(p, dense2D<double>(4, 5, 0.0), &tri, &tri + 1, one); }},
-        {"medit", -2,
-         [&](const char* p) { return medit_output(p, dense2D<double>(), &tri, &tri + 1, one); }},
-        {"medit", -4, [&](const char* p) { return medit_output(p, pos, &tri + 1, &tri, one); }},
-        {"medit", -5, [&](const char* p) { return medit_output(p, pos, &tri, &tri + 1, two); }},
-        {"medit", -3, [&](const char* p) { return medit_output(p, pos, pair, pair + 2, two); }},
-        {"medit", -3,
-         [&](const char* p)
-         { return medit_output(p, pos, &holed, &holed + 1, type_list({EL_FACE_MIX})); }},
-        {"medit", -3,
-         [&](const char* p) { return medit_output(p, pos, &tri, &tri + 1, dense1D<int>(1, 99)); }},
-        {"medit", -3, [&](const char* p) { return medit_output(p, pos, tri, EL_QUAD4); }},
-        {"medit", -5,
-         [&](const char* p) { return medit_output(p, pos, tri2, EL_TRIA3, list({1})); }},
-        {"ensight", -2,
-         [&](const char* p)
-         { return ensight_output(p, dense2D<double>(4, 4, 0.0), tri, EL_TRIA3); }},
-        {"ensight", -2,
-         [&](const char* p) { return ensight_output(p, dense2D<double>(), tri, EL_TRIA3); }},
-        {"ensight", -4, [&](const char* p) { return ensight_output(p, pos, &tri + 1, &tri, one); }},
-        {"ensight", -5, [&](const char* p) { return ensight_output(p, pos, &tri, &tri + 1, two); }},
-        {"ensight", -3, [&](const char* p) { return ensight_output(p, pos, tri, EL_QUAD4); }},
-        {"ensight", -3,
-         [&](const char* p) { return ensight_output(p, pos, iota_column(7), EL_SOLID_MIX); }},
-        {"vtk", -2,
-         [&](const char* p) { return vtk_output(p, dense2D<double>(1, 27, 0.0), tri, EL_TRIA3); }},
-        {"vtk", -4, [&](const char* p) { return vtk_output(p, pos, &tri + 1, &tri, one); }},
-        {"vtk", -5, [&](const char* p) { return vtk_output(p, pos, &tri, &tri + 1, two); }},
-        {"vtk", -3, [&](const char* p) { return vtk_output(p, pos, pair[1], EL_TRIA3); }},
-        {"vtk", -3, [&](const char* p) { return vtk_output(p, pos, tri, EL_QUAD4); }},
-        {"vtk", -2,
-         [&](const char* p)
-         { return vtk_output(p, pos, tri, columns(1, {{3}}), EL_TRIA3, EL_NODE); }},
-        {"nastran", -2,
-         [&](const char* p)
-         { return NASTRAN_output(p, dense2D<double>(1, 4, 0.0), tri2, EL_TRIA3); }},
-        {"nastran", -5,
-         [&](const char* p) {
-             return NASTRAN_output(p, pos4, tri2, list({0, 1, 2}), one, pids2);
-         }},
-        {"nastran", -6,
-         [&](const char* p) { return NASTRAN_output(p, pos4, tri2, all2, one, list({1})); }},
-        {"nastran", -4,
-         [&](const char* p) {
-             return NASTRAN_output(p, pos4, tri2, list({0, 3}), one, pids2);
-         }},
-        {"nastran", -4,
-         [&](const char* p) {
-             return NASTRAN_output(p, pos4, tri2, list({2, 1}), one, pids2);
-         }},
+        {"medit", -2, W(medit_output(p, dense2D<double>(4, 5, 0.0), &tri, &tri + 1, one))},
+        {"medit", -2, W(medit_output(p, dense2D<double>(), &tri, &tri + 1, one))},
+        {"medit", -4, W(medit_output(p, pos, &tri + 1, &tri, one))},
+        {"medit", -5, W(medit_output(p, pos, &tri, &tri + 1, two))},
+        {"medit", -3, W(medit_output(p, pos, pair, pair + 2, two))},
+        {"medit", -3, W(medit_output(p, pos, &holed, &holed + 1, type_list({EL_FACE_MIX})))},
+        {"medit", -3, W(medit_output(p, pos, &tri, &tri + 1, dense1D<int>(1, 99)))},
+        {"medit", -3, W(medit_output(p, pos, tri, EL_QUAD4))},
+        {"medit", -5, W(medit_output(p, pos, tri2, EL_TRIA3, list({1})))},
+        {"ensight", -2, W(ensight_output(p, dense2D<double>(4, 4, 0.0), tri, EL_TRIA3))},
+        {"ensight", -4, W(ensight_output(p, pos, &tri + 1, &tri, one))},
+        {"ensight", -5, W(ensight_output(p, pos, &tri, &tri + 1, two))},
+        {"ensight", -3, W(ensight_output(p, pos, tri, EL_QUAD4))},
+        {"ensight", -3, W(ensight_output(p, pos, iota_column(7), EL_SOLID_MIX))},
+        {"vtk", -2, W(vtk_output(p, dense2D<double>(1, 27, 0.0), tri, EL_TRIA3))},
+        {"vtk", -4, W(vtk_output(p, pos, &tri + 1, &tri, one))},
+        {"vtk", -5, W(vtk_output(p, pos, &tri, &tri + 1, two))},
+        {"vtk", -3, W(vtk_output(p, pos, pair[1], EL_TRIA3))},
+        {"vtk", -3, W(vtk_output(p, pos, tri, EL_QUAD4))},
+        {"vtk", -2, W(vtk_output(p, pos, tri, columns(1, {{3}}), EL_TRIA3, EL_NODE))},
+        {"nastran", -2, W(NASTRAN_output(p, dense2D<double>(1, 4, 0.0), tri2, EL_TRIA3))},
+        {"nastran", -5, W(NASTRAN_output(p, pos4, tri2, list({0, 1, 2}), one, pids2))},
+        {"nastran", -6, W(NASTRAN_output(p, pos4, tri2, all2, one, list({1})))},
+        {"nastran", -4, W(NASTRAN_output(p, pos4, tri2, list({0, 3}), one, pids2))},
+        {"nastran", -4, W(NASTRAN_output(p, pos4, tri2, list({2, 1}), one, pids2))},
+        {"nastran", -3, W(NASTRAN_output(p, pos4, tri2, all2, type_list({EL_FACE_MIX}), pids2))},
         {"nastran", -3,
-         [&](const char* p)
-         { return NASTRAN_output(p, pos4, tri2, all2, type_list({EL_FACE_MIX}), pids2); }},
-        {"nastran", -3,
-         [&](const char* p)
-         {
-             return NASTRAN_output(p, pos4, dense2D<unsigned>(9, 1, 0u), list({0, 1}),
-                                   type_list({EL_SOLID_MIX}), list({1}));
-         }},
-        {"nastran", -3, [&](const char* p) { return NASTRAN_output(p, pos4, tri2, EL_QUAD4); }},
+         W(NASTRAN_output(p, pos4, dense2D<unsigned>(9, 1, 0u), list({0, 1}),
+                          type_list({EL_SOLID_MIX}), list({1})))},
+        {"nastran", -3, W(NASTRAN_output(p, pos4, tri2, EL_QUAD4))},
+        {"femap", -2, W(FEMAP_output(p, dense2D<double>(1, 4, 0.0), tri2, all2, one, pids2))},
+        {"femap", -4, W(FEMAP_output(p, pos4, tri2, list({0, 1}), one, pids2))},
+        {"femap", -5, W(FEMAP_output(p, pos4, tri2, all2, two, pids2))},
+        {"femap", -5, W(FEMAP_output(p, pos4, tri2, all2, dense1D<int>(1, 21), pids2))},
+        {"femap", -6, W(FEMAP_output(p, pos4, tri2, all2, one, list({1})))},
+        {"femap", -3, W(FEMAP_output(p, dense2D<double>(3, 3, 0.0), tri2, all2, one, pids2))},
+        {"obj", -2, W(WavefrontOBJ_output(p, dense2D<double>(1, 3, 0.0), tri, EL_TRIA3))},
+        {"obj", -4, W(WavefrontOBJ_output(p, pos, &tri + 1, &tri, one))},
+        {"obj", -5, W(WavefrontOBJ_output(p, pos, &tri, &tri, one))},
+        {"obj", -5, W(WavefrontOBJ_output(p, pos, columns(4, {{0, 1, 2, 0}}), EL_TETRA4))},
+        {"obj", -3, W(WavefrontOBJ_output(p, pos, pair[1], EL_TRIA3))},
     };
+#undef W
     for (const auto& c : cases)
     {
         const std::string path = out_path("writer_refused");
         EXPECT_EQ(c.write(path.c_str()), c.code) << c.writer << " " << &c - cases;
-        EXPECT_EQ(read_file(path), std::string(c.writer) == "medit" ? "<missing>" : "")
+        const bool checks_first =
+            std::string("medit femap obj").find(c.writer) != std::string::npos;
+        EXPECT_EQ(read_file(path), checks_first ? "<missing>" : "")
             << c.writer << " " << &c - cases;
-        EXPECT_EQ(c.write(MESHUTIL_TEST_OUTPUT_DIR "/no/such/dir"),
-                  c.writer[0] == 'm' ? c.code : -1)
+        EXPECT_EQ(c.write(MESHUTIL_TEST_OUTPUT_DIR "/no/such/dir"), checks_first ? c.code : -1)
             << c.writer << " " << &c - cases;
     }
-    // An empty connectivity creates no file (medit, NASTRAN); EnSight does not bound indices.
+    // An empty connectivity creates no file (medit, NASTRAN); EnSight does not bound indices; a
+    // valid call on a bad path fails to open.
     const std::string path = out_path("writer_empty");
     EXPECT_EQ(medit_output(path.c_str(), square2d(), dense2D<unsigned>(3, 0), EL_TRIA3,
                            list({1, 2, 3, 4})),
@@ -206,6 +189,10 @@ TEST(writers, failed_checks_return_their_code_and_leave_the_file_as_documented)
                              EL_TRIA3, EL_QUAD4),
               0);
     EXPECT_FALSE(file_exists(path));
+    EXPECT_EQ(FEMAP_output(MESHUTIL_TEST_OUTPUT_DIR "/no/such/dir", pos4, tri2, EL_TRIA3), -1);
+    EXPECT_EQ(WavefrontOBJ_output(MESHUTIL_TEST_OUTPUT_DIR "/no/such/dir", pos4, tri2, EL_TRIA3),
+              -1);
+    EXPECT_EQ(medit_output(MESHUTIL_TEST_OUTPUT_DIR "/no/such/dir", pos4, tri2, EL_TRIA3), -1);
     ASSERT_EQ(ensight_output(path.c_str(), pos4, columns(2, {{0, 99}}), EL_EDGE2), 0);
     EXPECT_NE(read_file(path).find("bar2\n       1\n       1       1     100\n"),
               std::string::npos);
