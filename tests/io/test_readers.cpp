@@ -271,16 +271,10 @@ TEST(nastran_input, reads_the_example_deck_in_every_field_format)
 {
     deck d;
     ASSERT_EQ(d.read(data_path("example.nas")), 0);
-    EXPECT_EQ(all_columns(d.pos), (std::vector<std::vector<double>>{{0, 0, 0},
-                                                                    {1, 0, 0},
-                                                                    {0, 1, 0},
-                                                                    {0, 0, 1},
-                                                                    {.5, 0, 0},
-                                                                    {.5, .5, 0},
-                                                                    {0, .5, 0},
-                                                                    {0, 0, .5},
-                                                                    {.5, 0, .5},
-                                                                    {0, .5, .5}}));
+    const double nodes[10][3] = {{0, 0, 0},   {1, 0, 0},  {0, 1, 0},  {0, 0, 1},   {.5, 0, 0},
+                                 {.5, .5, 0}, {0, .5, 0}, {0, 0, .5}, {.5, 0, .5}, {0, .5, .5}};
+    for (unsigned j = 0; j < 10; ++j)
+        EXPECT_EQ(column(d.pos, j), std::vector<double>(nodes[j], nodes[j] + 3)) << j;
     EXPECT_EQ(std_of(d.node_IDs), (std::vector<unsigned>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
     EXPECT_EQ(std_of(d.types),
               (std::vector<int>{EL_TRIA3, EL_TETRA4, EL_TETRA10, EL_EDGE2, EL_QUAD4, EL_TRIA6}));
@@ -371,39 +365,6 @@ TEST(nastran_input, malformed_decks_give_their_code_and_empty_outputs)
     expect_codes<deck>(cases);
 }
 
-TEST(nastran_input, reads_back_what_the_writer_wrote)
-{
-    // Groups without a card are skipped but keep their identifiers; EL_EDGE3 comes back as its
-    // end nodes, QUAD9 and HEXA27 without their centres, PYRAM14 and PENTA18 with ~0u where the
-    // card has no grid.
-    const std::vector<element_type> written = {
-        EL_TRIA3,   EL_NODE,    EL_HEXA27,   EL_QUAD4,   EL_EDGE2,  EL_TETRA4,  EL_EDGE3,
-        EL_PYRAM5,  EL_TRIA6,   EL_PENTA6,   EL_QUAD8,   EL_HEXA8,  EL_QUAD9,   EL_TETRA10,
-        EL_UNKNOWN, EL_PYRAM14, EL_FACE_MIX, EL_PENTA18, EL_HEXA20, EL_EDGE_MIX};
-    // (EL_SOLID_MIX groups need a matrix of exactly 8 rows in this writer: see the FEMAP test.)
-    grouped_sample s(written, 3, 60, 11);
-    std::string path = out_path("nastran_writer.nas");
-    ASSERT_EQ(NASTRAN_output(path.c_str(), s.pos, s.connectM, s.first, s.types, s.PIDs), 0);
-    deck d;
-    ASSERT_EQ(d.read(path), 0);
-    EXPECT_EQ(all_columns(d.pos), all_columns(s.pos));
-    for (unsigned j = 0; j < s.pos.cols(); ++j)
-        EXPECT_EQ(d.node_IDs[j], j + 1);
-    // EL_EDGE3 keeps its end nodes only: blank its middle row in the reference.
-    for (unsigned k = 0; k < written.size(); ++k)
-        if (written[k] == EL_EDGE3)
-            for (unsigned j = s.first[k]; j < s.first[k + 1]; ++j)
-                s.connectM(2, j) = U;
-    expect_groups(s, written, d.connectM, d.first, d.types, d.PIDs, d.element_IDs,
-                  {EL_UNKNOWN, EL_NODE, EL_EDGE_MIX},
-                  [](element_type t) {
-                      return t == EL_QUAD9    ? EL_QUAD8
-                             : t == EL_HEXA27 ? EL_HEXA20
-                             : t == EL_EDGE3  ? EL_EDGE2
-                                              : t;
-                  });
-}
-
 // ------------------------------------------------------------------------------------ FEMAP
 
 TEST(femap, newer_layout_lists_collapsed_bricks_and_unknown_blocks)
@@ -478,28 +439,53 @@ TEST(femap, writer_golden_file)
                   plain_tail + "   -1\n");
 }
 
-TEST(femap, round_trip_of_every_type_is_exact)
+TEST(readers, grouped_writers_read_back_exactly)
 {
-    // One group per type, separated so that no two groups of one family touch; QUAD9 and
-    // HEXA27 come back as QUAD8 and HEXA20 (centre nodes dropped).
-    const std::vector<element_type> written = {
-        EL_TRIA3,   EL_NODE,    EL_HEXA27,   EL_QUAD4,   EL_EDGE2,     EL_TETRA4, EL_EDGE3,
-        EL_PYRAM5,  EL_TRIA6,   EL_PENTA6,   EL_QUAD8,   EL_HEXA8,     EL_QUAD9,  EL_TETRA10,
-        EL_UNKNOWN, EL_PYRAM14, EL_FACE_MIX, EL_PENTA18, EL_SOLID_MIX, EL_HEXA20, EL_EDGE_MIX};
-    grouped_sample s(written, 3, 60, 3);
-    std::string path = out_path("femap_all_types.neu");
-    ASSERT_EQ(FEMAP_output(path.c_str(), s.pos, s.connectM, s.first, s.types, s.PIDs), 0);
-    neutral m;
-    ASSERT_EQ(m.read(path), 0);
-    EXPECT_EQ(all_columns(m.pos), all_columns(s.pos));
-    expect_groups(s, written, m.connectM, m.first, m.types, m.PIDs, m.element_IDs, {EL_UNKNOWN},
-                  [](element_type t)
-                  {
-                      return t == EL_QUAD9      ? EL_QUAD8
-                             : t == EL_HEXA27   ? EL_HEXA20
-                             : t == EL_EDGE_MIX ? EL_EDGE2
-                                                : t;
-                  });
+    // One group per type, separated so that no two groups of one family touch. Groups without a
+    // card or record are skipped but keep their identifiers; QUAD9 and HEXA27 come back without
+    // their centres, PYRAM14 and PENTA18 with ~0u where the card has no grid. NASTRAN writes
+    // EL_EDGE3 as a bar of its end nodes and skips EL_NODE and EL_EDGE_MIX (its EL_SOLID_MIX
+    // groups need a matrix of exactly 8 rows); FEMAP writes EL_EDGE_MIX as bars.
+    for (bool nastran : {true, false})
+    {
+        std::vector<element_type> written = {
+            EL_TRIA3,   EL_NODE,    EL_HEXA27,   EL_QUAD4,   EL_EDGE2,  EL_TETRA4,  EL_EDGE3,
+            EL_PYRAM5,  EL_TRIA6,   EL_PENTA6,   EL_QUAD8,   EL_HEXA8,  EL_QUAD9,   EL_TETRA10,
+            EL_UNKNOWN, EL_PYRAM14, EL_FACE_MIX, EL_PENTA18, EL_HEXA20, EL_EDGE_MIX};
+        if (!nastran) written.insert(written.end() - 2, EL_SOLID_MIX);
+        grouped_sample s(written, 3, 60, nastran ? 11 : 3);
+        const std::string path = out_path(nastran ? "grouped.nas" : "grouped.neu");
+        deck d;
+        if (nastran)
+        {
+            ASSERT_EQ(NASTRAN_output(path.c_str(), s.pos, s.connectM, s.first, s.types, s.PIDs), 0);
+            ASSERT_EQ(d.read(path), 0);
+        }
+        else
+        {
+            ASSERT_EQ(FEMAP_output(path.c_str(), s.pos, s.connectM, s.first, s.types, s.PIDs), 0);
+            ASSERT_EQ(FEMAP_input(path.c_str(), d.pos, d.connectM, d.first, d.types, d.PIDs,
+                                  d.node_IDs, d.element_IDs),
+                      0);
+        }
+        EXPECT_EQ(all_columns(d.pos), all_columns(s.pos));
+        for (unsigned j = 0; j < s.pos.cols(); ++j)
+            EXPECT_EQ(d.node_IDs[j], j + 1);
+        for (unsigned k = 0; nastran && k < written.size(); ++k)
+            for (unsigned j = s.first[k]; written[k] == EL_EDGE3 && j < s.first[k + 1]; ++j)
+                s.connectM(2, j) = U;
+        expect_groups(s, written, d.connectM, d.first, d.types, d.PIDs, d.element_IDs,
+                      nastran ? std::vector<element_type>{EL_UNKNOWN, EL_NODE, EL_EDGE_MIX}
+                              : std::vector<element_type>{EL_UNKNOWN},
+                      [nastran](element_type t)
+                      {
+                          return t == EL_QUAD9                  ? EL_QUAD8
+                                 : t == EL_HEXA27               ? EL_HEXA20
+                                 : t == EL_EDGE3 && nastran     ? EL_EDGE2
+                                 : t == EL_EDGE_MIX && !nastran ? EL_EDGE2
+                                                                : t;
+                      });
+    }
 }
 
 // ------------------------------------------------------------------------------------ OBJ
