@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <meshutil/io.h>
 #include <random>
+#include <tuple>
 
 using namespace qx7::meshutil;
 using namespace io_test;
@@ -61,8 +62,8 @@ void expect_codes(const Case& cases)
     for (const auto& c : cases)
     {
         R r;
-        EXPECT_EQ(read_text(r, c.text), c.code) << c.text.substr(0, 80);
-        EXPECT_TRUE(r.empty()) << c.text.substr(0, 80);
+        EXPECT_EQ(read_text(r, c.first), c.second) << c.first.substr(0, 80);
+        EXPECT_TRUE(r.empty()) << c.first.substr(0, 80);
     }
     R r;
     EXPECT_EQ(r.read(out_path("no/such/file")), -1);
@@ -107,24 +108,19 @@ std::string one_element(const std::string& record, const std::string& slots)
 TEST(readers, every_prefix_reads_or_fails_cleanly)
 {
     // Cut anywhere, a file reads (code 0) or fails with a negative code and empty outputs.
-    const struct
-    {
-        const char* file;
-        std::size_t step;
-        std::function<int(const std::string&)> read;
-    } readers[] = {
+    const std::tuple<const char*, std::size_t, std::function<int(const std::string&)>> readers[] = {
         {"square.mesh", 1, check_prefix<medit_mesh>},
         {"example.nas", 3, check_prefix<deck>},
         {"two_triangles.neu", 3, check_prefix<neutral>},
         {"demo.obj", 2, check_prefix<obj_mesh>},
     };
-    for (const auto& r : readers)
+    for (const auto& [file, step, read] : readers)
     {
-        const std::string text = read_file(data_path(r.file));
-        ASSERT_GT(text.size(), 100u) << r.file;
-        for (std::size_t n = 0; n < text.size(); n += r.step)
-            EXPECT_LE(r.read(write_file(r.file, text.substr(0, n))), 0) << r.file << " " << n;
-        EXPECT_EQ(r.read(data_path(r.file)), 0) << r.file;
+        const std::string text = read_file(data_path(file));
+        ASSERT_GT(text.size(), 100u) << file;
+        for (std::size_t n = 0; n < text.size(); n += step)
+            EXPECT_LE(read(write_file(file, text.substr(0, n))), 0) << file << " " << n;
+        EXPECT_EQ(read(data_path(file)), 0) << file;
     }
 }
 
@@ -183,11 +179,7 @@ TEST(medit_input, malformed_files_give_their_code_and_empty_outputs)
 {
     const std::string head = "MeshVersionFormatted 1\nDimension 2\n";
     const std::string v2 = head + "Vertices 2\n0 0 0\n1 0 0\n";
-    const struct
-    {
-        std::string text;
-        int code;
-    } cases[] = {
+    const std::pair<std::string, int> cases[] = {
         {"", -2},
         {"Dimension 2\nMeshVersionFormatted 1\n", -2},
         {"MeshVersionFormatted x\n", -2},
@@ -292,20 +284,17 @@ TEST(nastran_input, reads_the_example_deck_in_every_field_format)
 
 TEST(nastran_input, real_number_forms)
 {
-    const struct
-    {
-        const char* text;
-        double value;
-    } good[] = {{"0.5", 0.5},      {".5", 0.5},       {"5.-1", 0.5},      {"+5.-1", 0.5},
-                {"5.0E-1", 0.5},   {"5.E-1", 0.5},    {".5E0", 0.5},      {"5.0D-1", 0.5},
-                {"5.0d-1", 0.5},   {"50.-2", 0.5},    {"0.05+1", 0.5},    {"500.-3", 0.5},
-                {"-.5", -0.5},     {"1", 1.0},        {"-2.5+2", -250.0}, {"7.000+12", 7e12},
-                {"2.0000+6", 2e6}, {"1.5-3", 1.5e-3}, {"1.25e+2", 125.0}, {"", 0.0}};
-    for (const auto& g : good)
+    const std::tuple<const char*, double> good[] = {
+        {"0.5", 0.5},      {".5", 0.5},       {"5.-1", 0.5},      {"+5.-1", 0.5},
+        {"5.0E-1", 0.5},   {"5.E-1", 0.5},    {".5E0", 0.5},      {"5.0D-1", 0.5},
+        {"5.0d-1", 0.5},   {"50.-2", 0.5},    {"0.05+1", 0.5},    {"500.-3", 0.5},
+        {"-.5", -0.5},     {"1", 1.0},        {"-2.5+2", -250.0}, {"7.000+12", 7e12},
+        {"2.0000+6", 2e6}, {"1.5-3", 1.5e-3}, {"1.25e+2", 125.0}, {"", 0.0}};
+    for (const auto& [text, value] : good)
     {
         deck d;
-        ASSERT_EQ(read_text(d, bulk + "GRID,1,," + g.text + ",0.,0.\nENDDATA\n"), 0) << g.text;
-        EXPECT_DOUBLE_EQ(d.pos(0, 0), g.value) << g.text;
+        ASSERT_EQ(read_text(d, bulk + "GRID,1,," + text + ",0.,0.\nENDDATA\n"), 0) << text;
+        EXPECT_DOUBLE_EQ(d.pos(0, 0), value) << text;
     }
     for (const char* bad : {"1.5x", "1 .5", "nan", "inf", "--1", "1.5e", "+-1.", "1.5--3", "."})
     {
@@ -343,11 +332,7 @@ TEST(nastran_input, continuations_tabs_case_and_comments)
 TEST(nastran_input, malformed_decks_give_their_code_and_empty_outputs)
 {
     const std::string grids = bulk + "GRID,1,,0.,0.,0.\nGRID,2,,1.,0.,0.\nGRID,3,,0.,1.,0.\n";
-    const struct
-    {
-        std::string text;
-        int code;
-    } cases[] = {
+    const std::pair<std::string, int> cases[] = {
         {grids.substr(bulk.size()) + "ENDDATA\n", -2},
         {grids, -2},
         {bulk + "+C,1,2\n" + grids.substr(bulk.size()) + "ENDDATA\n", -2},
@@ -394,11 +379,7 @@ TEST(femap, malformed_files_give_their_code_and_empty_outputs)
 {
     const std::string h = header_83, n = four_nodes;
     const std::string tri = element("1,124,7,17,2,1,0,0,", "1,2,3,0,0,0,0,0,0,0,");
-    const struct
-    {
-        std::string text;
-        int code;
-    } cases[] = {
+    const std::pair<std::string, int> cases[] = {
         {"not a neutral file\n", -2},
         {h + "   -1\n   403\n1,0,0,1,46,0,0,0,0,0,0,0.,0.,\n   -1\n", -2},
         {h + "   -1\n   403\n1,0,0,1,46,0,0,0,0,0,0,0.,0.,nan,0,\n   -1\n", -2},
@@ -529,11 +510,7 @@ TEST(obj, statements_line_ends_and_mixed_faces)
 TEST(obj, malformed_files_give_their_code_and_empty_outputs)
 {
     const std::string v3 = "v 0 0 0\nv 1 0 0\nv 0 1 0\n";
-    const struct
-    {
-        std::string text;
-        int code;
-    } cases[] = {
+    const std::pair<std::string, int> cases[] = {
         {"v 1 2\n", -2},
         {"v 1 2 nan\n", -2},
         {"v 1.5abc 0 0\n", -2},

@@ -11,6 +11,7 @@
 #include <meshutil/io.h>
 #include <random>
 #include <sstream>
+#include <tuple>
 
 using namespace qx7::meshutil;
 using namespace io_test;
@@ -254,13 +255,7 @@ TEST(stl, number_scanner_agrees_with_sscanf)
 TEST(stl, text_soup_cases)
 {
     const std::string& facet = unit_facet;
-    struct Case
-    {
-        const char* what;
-        std::string text;
-        int code;
-        std::size_t corners;
-    } cases[] = {
+    const std::tuple<const char*, std::string, int, std::size_t> cases[] = {
         {"empty file", "", -2, 0},
         {"no solid", "object\n" + facet + "endsolid\n", -2, 0},
         {"solid anywhere in line 1", "my solid part\n" + facet + "endsolid\n", 0, 3},
@@ -287,11 +282,11 @@ TEST(stl, text_soup_cases)
         {"255-byte line", "solid" + std::string(250, ' ') + "\n" + facet + "endsolid\n", -3, 0},
         {"254-byte line", "solid" + std::string(249, ' ') + "\n" + facet + "endsolid\n", 0, 3},
     };
-    for (const Case& c : cases)
+    for (const auto& [what, text, code, corners] : cases)
     {
         dense2D<double> pos;
-        EXPECT_EQ(read_soup(write_file("soup.stl", c.text), false, pos), c.code) << c.what;
-        EXPECT_EQ(pos.cols(), c.corners) << c.what;
+        EXPECT_EQ(read_soup(write_file("soup.stl", text), false, pos), code) << what;
+        EXPECT_EQ(pos.cols(), corners) << what;
     }
 }
 
@@ -299,13 +294,7 @@ TEST(stl, binary_soup_cases)
 {
     const std::vector<std::uint32_t> rec = {0, 0, one, 0, 0, 0, one, 0, 0, 0, one, 0};
     const std::string two = binary_file("", 2, {rec, rec});
-    struct Case
-    {
-        const char* what;
-        std::string bytes;
-        int code;
-        std::size_t corners;
-    } cases[] = {
+    const std::tuple<const char*, std::string, int, std::size_t> cases[] = {
         {"empty", "", -2, 0},
         {"short header", std::string(79, 'a'), -2, 0},
         {"no count", std::string(80, 'a'), -3, 0},
@@ -319,14 +308,14 @@ TEST(stl, binary_soup_cases)
         {"count 2^31 reads as negative", binary_file("", 0x80000000u, {rec}), 0, 0},
         {"count 2^32 - 1 reads as negative", binary_file("", 0xffffffffu, {rec}), 0, 0},
     };
-    for (const Case& c : cases)
+    for (const auto& [what, bytes, expected, corners] : cases)
     {
         dense2D<double> pos;
-        const int code = read_soup(write_file("soup.stlb", c.bytes), true, pos);
-        EXPECT_EQ(code, c.code) << c.what;
+        const int code = read_soup(write_file("soup.stlb", bytes), true, pos);
+        EXPECT_EQ(code, expected) << what;
         if (code == 0)
         {
-            EXPECT_EQ(pos.cols(), c.corners) << c.what;
+            EXPECT_EQ(pos.cols(), corners) << what;
         }
     }
     // Through a pipe the size is unknown: the records are read as they come.
@@ -386,13 +375,7 @@ TEST(stl, triangle_heights_against_projection)
 
 TEST(stl, reader_codes_and_fallback)
 {
-    struct Case
-    {
-        const char* what;
-        std::string bytes;
-        int code;
-        std::size_t nbr_tri;
-    } cases[] = {
+    const std::tuple<const char*, std::string, int, std::size_t> cases[] = {
         {"empty file", "", -2, 0},
         {"short text error: binary header short", "solid\nbad\n", -2, 0},
         {"long text error: binary data truncated", "solid\n" + std::string(100, ' ') + "\nbad\n",
@@ -405,18 +388,18 @@ TEST(stl, reader_codes_and_fallback)
     };
     dense2D<double> pos;
     dense2D<unsigned> connectM;
-    for (const Case& c : cases)
+    for (const auto& [what, bytes, code, nbr_tri] : cases)
     {
-        EXPECT_EQ(read_stl(write_file("codes.stl", c.bytes), pos, connectM), c.code) << c.what;
-        if (c.code == 0)
+        EXPECT_EQ(read_stl(write_file("codes.stl", bytes), pos, connectM), code) << what;
+        if (code == 0)
         {
-            EXPECT_EQ(pos.rows(), 3u) << c.what;
-            EXPECT_EQ(connectM.rows(), 3u) << c.what;
-            EXPECT_EQ(connectM.cols(), c.nbr_tri) << c.what;
+            EXPECT_EQ(pos.rows(), 3u) << what;
+            EXPECT_EQ(connectM.rows(), 3u) << what;
+            EXPECT_EQ(connectM.cols(), nbr_tri) << what;
         }
         else
         {
-            EXPECT_TRUE(pos.empty() && connectM.empty()) << c.what;
+            EXPECT_TRUE(pos.empty() && connectM.empty()) << what;
         }
     }
     EXPECT_EQ(read_stl(out_path("no_such_dir/x.stl"), pos, connectM), -1);
@@ -459,19 +442,16 @@ TEST(stl, fuzz_seeds_parse_and_the_written_ones_are_current)
         EXPECT_EQ(read_file(scratch),
                   read_file(dir + (text ? "cube_text.stl" : "cube_binary.stl")));
     }
-    const struct
-    {
-        const char* name;
-        int code;
-    } seeds[] = {{"cube_text.stl", 0},           {"cube_binary.stl", 0},
-                 {"solid_header_binary.stl", 0}, {"two_solids_upper_case.stl", 0},
-                 {"odd_values.stl", 0},          {"degenerate_only.stl", 0},
-                 {"count_beyond_data.stl", -3},  {"syntax_error.stl", -2}};
-    for (const auto& seed : seeds)
+    const std::tuple<const char*, int> seeds[] = {
+        {"cube_text.stl", 0},           {"cube_binary.stl", 0},
+        {"solid_header_binary.stl", 0}, {"two_solids_upper_case.stl", 0},
+        {"odd_values.stl", 0},          {"degenerate_only.stl", 0},
+        {"count_beyond_data.stl", -3},  {"syntax_error.stl", -2}};
+    for (const auto& [name, code] : seeds)
     {
         dense2D<double> pos;
         dense2D<unsigned> connectM;
-        EXPECT_EQ(read_stl(dir + seed.name, pos, connectM), seed.code) << seed.name;
+        EXPECT_EQ(read_stl(dir + name, pos, connectM), code) << name;
     }
 }
 

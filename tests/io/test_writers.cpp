@@ -6,6 +6,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <meshutil/io.h>
+#include <tuple>
 
 using namespace qx7::meshutil;
 using namespace io_test;
@@ -81,11 +82,7 @@ TEST(writers, every_element_type_matches_golden_file)
         }
     }
     first.push_back(unsigned(M.cols()));
-    const struct
-    {
-        const char* file;
-        std::function<int(const char*)> write;
-    } writers[] = {
+    const std::tuple<const char*, std::function<int(const char*)>> writers[] = {
         {"medit_all_types.mesh",
          [&](const char* p) { return medit_output(p, pos, all.first(), all.last(), all.types); }},
         {"ensight_all_types.geo",
@@ -95,11 +92,11 @@ TEST(writers, every_element_type_matches_golden_file)
         {"nastran_all_types.nas",
          [&](const char* p) { return NASTRAN_output(p, pos, M, first, types, PIDs); }},
     };
-    for (const auto& w : writers)
+    for (const auto& [file, write] : writers)
     {
-        const std::string path = out_path(w.file);
-        ASSERT_EQ(w.write(path.c_str()), 0) << w.file;
-        EXPECT_EQ(read_file(path), golden(w.file)) << w.file;
+        const std::string path = out_path(file);
+        ASSERT_EQ(write(path.c_str()), 0) << file;
+        EXPECT_EQ(read_file(path), golden(file)) << file;
     }
 }
 
@@ -326,12 +323,7 @@ TEST(writers, vtk_convert_and_stream_form)
               (std::vector<unsigned>{4, 0, 1, 3, 2, 3, 0, 1, 2, 3, 3, 4, 5, 3, 7, U, 9}));
     EXPECT_EQ(std_of(types), (std::vector<unsigned>{10, 5, 2, 5}));
     // Failures leave the lists as they were.
-    const struct
-    {
-        dense2D<unsigned> M;
-        element_type t;
-        int code;
-    } cases[] = {
+    const std::tuple<dense2D<unsigned>, element_type, int> cases[] = {
         {iota_column(4), EL_TRIA3, -1},          // wrong row count
         {columns(1, {{0}}), EL_NODE, -2},        // no VTK cell
         {columns(2, {{0, 1}}), EL_EDGE_MIX, -2}, //
@@ -339,8 +331,8 @@ TEST(writers, vtk_convert_and_stream_form)
         {iota_column(8), EL_SOLID_MIX, -2},
         {dense2D<unsigned>(), EL_TRIA3, -1}, // no rows: fewer than the base nodes
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(vtk_convert(c.M, c.t, nbr_cells, cells, types), c.code);
+    for (const auto& [M, t, code] : cases)
+        EXPECT_EQ(vtk_convert(M, t, nbr_cells, cells, types), code);
     EXPECT_EQ(nbr_cells, 4u);
     EXPECT_EQ(cells.size(), 17u);
     EXPECT_EQ(types.size(), 4u);
