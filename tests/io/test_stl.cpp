@@ -430,10 +430,12 @@ TEST(stl, truncated_files_fail_cleanly)
         }
 }
 
-TEST(stl, fuzz_seeds_parse_and_the_written_ones_are_current)
+TEST(stl, fuzz_seeds_read_and_the_written_ones_are_current)
 {
-    // The seed corpus of the fuzz target reads with the expected codes; the two seeds that are
-    // the writers' output for the cube are still that output byte for byte.
+    // The seed corpus of the fuzz target reads with the expected codes and sizes; the two seeds
+    // that are the writers' output for the cube are still that output byte for byte and read
+    // back as the cube: 8 nodes numbered by first corner (0 2 1 3 4 5 6 7), the 12 triangles in
+    // file order.
     const std::string dir = std::string(MESHUTIL_TEST_DATA_DIR) + "/../../fuzz/seeds/fuzz_stl/";
     const std::string scratch = out_path("stl_seed.stl");
     for (bool text : {true, false})
@@ -442,55 +444,33 @@ TEST(stl, fuzz_seeds_parse_and_the_written_ones_are_current)
         EXPECT_EQ(read_file(scratch),
                   read_file(dir + (text ? "cube_text.stl" : "cube_binary.stl")));
     }
-    const std::tuple<const char*, int> seeds[] = {
-        {"cube_text.stl", 0},           {"cube_binary.stl", 0},
-        {"solid_header_binary.stl", 0}, {"two_solids_upper_case.stl", 0},
-        {"odd_values.stl", 0},          {"degenerate_only.stl", 0},
-        {"count_beyond_data.stl", -3},  {"syntax_error.stl", -2}};
-    for (const auto& [name, code] : seeds)
+    const std::tuple<const char*, int, std::size_t, std::size_t> seeds[] = {
+        {"cube_text.stl", 0, 8, 12},
+        {"cube_binary.stl", 0, 8, 12},
+        {"solid_header_binary.stl", 0, 7, 3}, // the cube's first three triangles
+        {"two_solids_upper_case.stl", 0, 4, 2},
+        {"odd_values.stl", 0, 3, 1},      // no positive height: nothing merged
+        {"degenerate_only.stl", 0, 6, 2}, // likewise
+        {"count_beyond_data.stl", -3, 0, 0},
+        {"syntax_error.stl", -2, 0, 0}};
+    const unsigned renumber[8] = {0, 2, 1, 3, 4, 5, 6, 7};
+    for (const auto& [name, code, nbr_nodes, nbr_tri] : seeds)
     {
         dense2D<double> pos;
         dense2D<unsigned> connectM;
         EXPECT_EQ(read_stl(dir + name, pos, connectM), code) << name;
+        EXPECT_EQ(pos.empty() ? 0 : pos.cols(), nbr_nodes) << name;
+        EXPECT_EQ(connectM.empty() ? 0 : connectM.cols(), nbr_tri) << name;
+        if (nbr_tri != 12 || pos.cols() != 8) continue;
+        for (unsigned k = 0; k < 8; ++k)
+            EXPECT_EQ(column(pos, renumber[k]),
+                      (std::vector<double>{double(k & 1), double((k >> 1) & 1), double(k >> 2)}));
+        for (std::size_t j = 0; j < 36; ++j)
+            EXPECT_EQ(connectM.data()[j], renumber[cube_triangles[j]]);
     }
 }
 
 // ------------------------------------------------------------------------------------ welding
-
-TEST(stl, cube_of_twelve_facets_gives_eight_nodes)
-{
-    // The hand-made binary cube, the same with a "solid" header, and the cube written as text
-    // in upper case and split into two solids: 8 nodes, the 12 triangles in file order, nodes
-    // numbered by first corner.
-    std::string text_a = "solid A\n", text_b = "solid B\n";
-    for (int t = 0; t < 12; ++t)
-    {
-        double P[3][3];
-        for (int k = 0; k < 3; ++k)
-            for (int i = 0; i < 3; ++i)
-                P[k][i] = (cube_triangles[3 * t + k] >> i) & 1;
-        (t < 5 ? text_a : text_b) += text_facet(P);
-    }
-    std::string text = text_a + "endsolid A\n" + text_b + "endsolid B\n";
-    for (char& c : text)
-        c = char(std::toupper(static_cast<unsigned char>(c)));
-    // First-corner order of the cube's nodes: 0 2 1 3 4 5 6 7.
-    const unsigned renumber[8] = {0, 2, 1, 3, 4, 5, 6, 7};
-    for (const std::string& bytes : {cube_binary("QX7"), cube_binary("solid cube"), text})
-    {
-        dense2D<double> pos;
-        dense2D<unsigned> connectM;
-        ASSERT_EQ(read_stl(write_file("cube.stl", bytes), pos, connectM), 0);
-        ASSERT_EQ(pos.cols(), 8u);
-        ASSERT_EQ(connectM.cols(), 12u);
-        for (unsigned k = 0; k < 8; ++k)
-            for (unsigned i = 0; i < 3; ++i)
-                EXPECT_EQ(pos(i, renumber[k]), double((k >> i) & 1));
-        for (std::size_t j = 0; j < 12; ++j)
-            for (int k = 0; k < 3; ++k)
-                EXPECT_EQ(connectM(k, j), renumber[cube_triangles[3 * j + k]]);
-    }
-}
 
 TEST(stl, tolerance_is_five_percent_of_the_smallest_height)
 {
