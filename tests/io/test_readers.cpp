@@ -204,59 +204,6 @@ TEST(medit_input, malformed_files_give_their_code_and_empty_outputs)
     EXPECT_EQ(m.pos.cols(), 3u);
 }
 
-TEST(medit_input, reads_back_what_the_writer_wrote)
-{
-    // One matrix per type, reference = matrix index; quadratic types come back as their base
-    // nodes, pyramids and prisms from their collapsed hexahedra, mixed matrices split by shape.
-    const std::vector<element_type> written = {
-        EL_EDGE2, EL_TRIA3,     EL_QUAD4, EL_FACE_MIX, EL_TETRA4, EL_PYRAM5, EL_PENTA6,
-        EL_HEXA8, EL_SOLID_MIX, EL_TRIA6, EL_TETRA10,  EL_EDGE3,  EL_HEXA20, EL_PENTA18};
-    const unsigned per = 4;
-    grouped_sample s(written, per, 40, 5);
-    std::vector<dense2D<unsigned>> mats;
-    for (unsigned k = 0; k < written.size(); ++k)
-    {
-        dense2D<unsigned> M;
-        unsigned r = written[k] == EL_FACE_MIX    ? 4
-                     : written[k] == EL_SOLID_MIX ? 8
-                                                  : nbr_nodes(written[k]);
-        ASSERT_TRUE(M.copy(s.connectM.sub_matrix(0, s.first[k], r, per)));
-        mats.push_back(M);
-    }
-    std::string path = out_path("medit_writer.mesh");
-    ASSERT_EQ(medit_output(path.c_str(), s.pos, mats.data(), mats.data() + mats.size(), s.types),
-              0);
-    medit_mesh m;
-    ASSERT_EQ(m.read(path), 0);
-    EXPECT_EQ(all_columns(m.pos), all_columns(s.pos));
-    // Expected (reference, nodes) records per kind, compared as sorted lists.
-    using record = std::pair<int, std::vector<unsigned>>;
-    std::vector<record> expect[nbr_element_types], got[nbr_element_types];
-    for (unsigned k = 0; k < written.size(); ++k)
-        for (unsigned c = 0; c < per; ++c)
-        {
-            const unsigned* p = mats[k].col(c);
-            element_type shape = column_shape(written[k], p);
-            unsigned base = nbr_base_nodes(shape);
-            element_type kind = element_dim(shape) == 1   ? EL_EDGE2
-                                : base == 3               ? EL_TRIA3
-                                : element_dim(shape) == 2 ? EL_QUAD4
-                                : base == 4               ? EL_TETRA4
-                                : base == 5               ? EL_PYRAM5
-                                : base == 6               ? EL_PENTA6
-                                                          : EL_HEXA8;
-            expect[kind].push_back({int(k), std::vector<unsigned>(p, p + base)});
-        }
-    for (unsigned t = 0; t < nbr_element_types; ++t)
-    {
-        for (std::size_t j = 0; j < m.count(element_type(t)); ++j)
-            got[t].push_back({m.refs[t][j], column(m.connectM[t], j)});
-        std::sort(expect[t].begin(), expect[t].end());
-        std::sort(got[t].begin(), got[t].end());
-        EXPECT_EQ(got[t], expect[t]) << "type " << t;
-    }
-}
-
 // ------------------------------------------------------------------------------------ NASTRAN
 
 TEST(nastran_input, reads_the_example_deck_in_every_field_format)
