@@ -90,8 +90,6 @@ int main(int argc, char** argv)
 
     // NASTRAN: one 27-row matrix of groups (every plain type but the quadratic pyramid and wedge,
     // which meshio cannot store) and one 8-row matrix with a face group and a mixed solid group.
-    std::vector<dense2D<unsigned>> nas;
-    dense1D<int> nas_types;
     dense2D<unsigned> big(27, 0);
     dense1D<unsigned> big_first, big_pids;
     dense1D<int> big_types;
@@ -111,22 +109,14 @@ int main(int argc, char** argv)
         }
     }
     big_first.push_back(unsigned(big.cols()));
-    const dense2D<unsigned> face = random_matrix(g, EL_FACE_MIX, 6);
-    const dense2D<unsigned> solid = random_matrix(g, EL_SOLID_MIX, 12);
-    dense2D<unsigned> eight(8, face.cols() + solid.cols(), U);
-    for (std::size_t j = 0; j < face.cols(); ++j)
-        for (std::size_t i = 0; i < 4; ++i)
-            eight(i, j) = face(i, j);
-    for (std::size_t j = 0; j < solid.cols(); ++j)
-        for (std::size_t i = 0; i < 8; ++i)
-            eight(i, face.cols() + j) = solid(i, j);
-    dense1D<unsigned> eight_first, eight_pids(eight.cols(), 3u);
-    dense1D<int> eight_types;
-    eight_first.push_back(0);
-    eight_first.push_back(unsigned(face.cols()));
-    eight_first.push_back(unsigned(eight.cols()));
-    eight_types.push_back(EL_FACE_MIX);
-    eight_types.push_back(EL_SOLID_MIX);
+    dense2D<unsigned> eight = random_matrix(g, EL_SOLID_MIX, 18);
+    for (std::size_t j = 0; j < 6; ++j) // the face group: triangles and quadrangles
+        for (unsigned i = 0, n = 3 + g.next(2); i < 8; ++i)
+            eight(i, j) = i < n ? g.next(nbr_points) : U;
+    dense1D<unsigned> eight_first(3, 0u), eight_pids(eight.cols(), 3u);
+    eight_first[1] = 6, eight_first[2] = 18;
+    dense1D<int> eight_types(2, int(EL_FACE_MIX));
+    eight_types[1] = EL_SOLID_MIX;
 
     int codes[] = {
         medit_output((dir + "/rt.mesh").c_str(), pos, all.data(), all.data() + all.size(),
@@ -149,10 +139,7 @@ int main(int argc, char** argv)
         std::fprintf(f, "%.17g %.17g %.17g\n", pos(0, j), pos(1, j), pos(2, j));
     dump(f, "all", all, all_types);
     dump(f, "linear", linear, linear_types);
-    nas = {big, eight};
-    nas_types.push_back(0);
-    nas_types.push_back(0);
-    dump(f, "nastran", nas, nas_types);
+    dump(f, "nastran", {big, eight}, dense1D<int>(2, 0));
     std::fprintf(f, "groups %zu %zu\n", big_types.size(), eight_types.size());
     for (std::size_t k = 0; k < big_types.size(); ++k)
         std::fprintf(f, "%d %u %u\n", big_types[k], big_first[k], big_first[k + 1]);

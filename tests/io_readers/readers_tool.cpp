@@ -1,10 +1,10 @@
 // Command-line access to the readers and writers for the round-trip scripts:
-//   readers_tool dump <obj|medit|nastran|femap> <file>
+//   readers_tool dump <obj|medit|nastran> <file>
 //       prints "nodes N", one line of three coordinates per node, then one line per element
-//       "<kind> <reference> <nodes...>" (0-based nodes; NASTRAN and FEMAP elements in NASTRAN
-//       grid order, the others in file order).
-//   readers_tool convert <obj|femap> <in> <out>
-//       reads <in> and writes it back in the same format.
+//       "<kind> <reference> <nodes...>" (0-based nodes; NASTRAN elements in grid order, the
+//       others in file order).
+//   readers_tool convert obj <in> <out>
+//       reads <in> and writes it back as OBJ.
 #include "io/readers_private.h"
 
 #include <cstdio>
@@ -71,15 +71,13 @@ void print_element(element_type t, long ref, const unsigned* p, bool nastran)
     std::printf("\n");
 }
 
-int dump_grouped(bool femap, const char* path)
+int dump_nastran(const char* path)
 {
     dense2D<double> pos;
     dense2D<unsigned> C;
     dense1D<unsigned> first, PIDs, nodes, elements;
     dense1D<int> types;
-    int rc = femap ? FEMAP_input(path, pos, C, first, types, PIDs, nodes, elements)
-                   : NASTRAN_input(path, pos, C, first, types, PIDs, nodes, elements);
-    if (rc) return rc;
+    if (int rc = NASTRAN_input(path, pos, C, first, types, PIDs, nodes, elements)) return rc;
     print_nodes(pos);
     for (std::size_t k = 0; k < types.size(); ++k)
         for (std::size_t j = first[k]; j < first[k + 1]; ++j)
@@ -89,8 +87,7 @@ int dump_grouped(bool femap, const char* path)
 
 int dump(const char* format, const char* path)
 {
-    if (!std::strcmp(format, "nastran") || !std::strcmp(format, "femap"))
-        return dump_grouped(format[0] == 'f', path);
+    if (!std::strcmp(format, "nastran")) return dump_nastran(path);
     if (!std::strcmp(format, "medit"))
     {
         dense2D<double> pos;
@@ -118,15 +115,8 @@ int dump(const char* format, const char* path)
 
 int convert(const char* format, const char* in, const char* out)
 {
+    if (std::strcmp(format, "obj")) return 2;
     dense2D<double> pos;
-    if (!std::strcmp(format, "femap"))
-    {
-        dense2D<unsigned> C;
-        dense1D<unsigned> first, PIDs, nodes, elements;
-        dense1D<int> types;
-        if (int rc = FEMAP_input(in, pos, C, first, types, PIDs, nodes, elements)) return rc;
-        return FEMAP_output(out, pos, C, first, types, PIDs);
-    }
     dense2D<unsigned> M[2];
     element_type type;
     if (int rc = WavefrontOBJ_input(in, pos, M[0], type, M[1])) return rc;

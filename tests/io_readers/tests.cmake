@@ -1,4 +1,4 @@
-# Round trips of the readers and writers of NASTRAN, medit, Wavefront OBJ and FEMAP files
+# Round trips of the readers and writers of NASTRAN, medit and Wavefront OBJ files
 # through meshio: meshio writes, our readers read (and our OBJ writer writes, meshio reads).
 # The scripts exit with 77 (skipped) when meshio cannot be imported.
 add_executable(readers_tool ${CMAKE_CURRENT_LIST_DIR}/readers_tool.cpp)
