@@ -194,23 +194,49 @@ TEST(edges, copy_edges_argument_ladder)
     EXPECT_EQ(edges(0, 0), 5u);
 }
 
-TEST(edges, isotropic_qualities_match_brute_force)
+TEST(edges, qualities_match_brute_force_with_exclusion_and_invalid_fields)
 {
-    // In 2-D every size is valid; in 3-D some are 0 or negative and the last nodes have none:
-    // their edges are skipped, the others measured, and the call fails with -5 (-4 for one
-    // matrix).
+    // A random mesh of mixed solids and triangles, measured with sizes and with random metrics
+    // G^T G + 0.1 I against lengths evaluated in full; a handful of edges excluded (some
+    // reversed, one not in the mesh). In 2-D every size and metric is valid (1e-300 I too) and
+    // the calls return the edge count. In 3-D some sizes are 0 or negative, some metrics zero or
+    // indefinite, and the last nodes have neither: their edges are skipped, the others measured,
+    // and the calls fail with -5 (-4 for one matrix).
     std::mt19937_64 gen(77);
     std::uniform_real_distribution<double> u(0.0, 1.0);
     const unsigned nbr_nodes = 400;
     for (std::size_t rows : {2, 3})
     {
+        const bool faulty = rows == 3;
+        const unsigned known = faulty ? nbr_nodes - 7 : nbr_nodes; // nodes with size and metric
         const dense2D<double> pos = random_pos(rows, nbr_nodes, gen);
-        dense1D<double> sizes(rows == 2 ? nbr_nodes : nbr_nodes - 7);
-        for (unsigned i = 0; i < sizes.size(); ++i)
-            sizes[i] = i % 3 ? 0.1 + u(gen) : 0.5; // equal sizes too
-        if (rows == 3)
-            for (unsigned i = 0; i < sizes.size(); i += 23)
-                sizes[i] = i % 2 ? 0.0 : -1.0;
+        dense1D<double> sizes(known);
+        dense2D<double> metrics(rows == 2 ? 3 : 6, known);
+        std::vector<std::array<double, 9>> full(known); // 3 x 3 row-major
+        std::vector<bool> valid_metric(nbr_nodes, false);
+        for (unsigned j = 0; j < known; ++j)
+        {
+            sizes[j] = j % 3 ? 0.1 + u(gen) : 0.5; // equal sizes too
+            if (faulty && j % 23 == 0) sizes[j] = j % 2 ? 0.0 : -1.0;
+            double G[3][3];
+            for (auto& r : G)
+                for (double& v : r)
+                    v = 2 * u(gen) - 1;
+            auto& M = full[j];
+            for (int k = 0; k < 9; ++k)
+            {
+                const int a = k / 3, b = k % 3;
+                M[k] = a == b ? 0.1 : 0.0;
+                for (int i = 0; i < 3; ++i)
+                    M[k] += G[i][a] * G[i][b];
+                if (j % 19 == 2) M[k] = a == b ? 1e-300 : 0.0;
+                if (faulty && j % 19 == 1) M[k] = 0.0;
+                if (faulty && j % 19 == 3) M[k] = a == b ? 1.0 : 2.0; // eigenvalue -1
+            }
+            valid_metric[j] = !faulty || (j % 19 != 1 && j % 19 != 3);
+            metrics(0, j) = M[0], metrics(1, j) = M[1], metrics(2, j) = M[4];
+            if (rows == 3) metrics(3, j) = M[2], metrics(4, j) = M[5], metrics(5, j) = M[8];
+        }
         const dense2D<unsigned> mats[2] = {random_connectivity(EL_SOLID_MIX, 300, nbr_nodes, gen),
                                            random_connectivity(EL_TRIA3, 200, nbr_nodes, gen)};
         dense1D<int> types(2, int(EL_SOLID_MIX));
@@ -218,7 +244,6 @@ TEST(edges, isotropic_qualities_match_brute_force)
         edge_set ref;
         add_reference(ref, mats[0], EL_SOLID_MIX);
         add_reference(ref, mats[1], EL_TRIA3);
-        // Exclude a handful, some reversed, one not in the mesh.
         dense2D<unsigned> excluded(2, 0);
         std::size_t k = 0;
         for (auto it = ref.begin(); it != ref.end(); ++it, ++k)
@@ -234,21 +259,35 @@ TEST(edges, isotropic_qualities_match_brute_force)
             ref.erase({std::min(excluded(0, j), excluded(1, j)),
                        std::max(excluded(0, j), excluded(1, j))});
 
-        misc::histogram h(0.0, 50.0, 50), r(0.0, 50.0, 50);
-        const int code = edge_qualities(pos, mats, mats + 2, types, sizes, h, excluded);
-        EXPECT_EQ(code, rows == 2 ? int(ref.size()) : -5);
+        misc::histogram by_sizes(0, 50, 50), by_metrics(0, 50, 50), ref_sizes(0, 50, 50),
+            ref_metrics(0, 50, 50);
+        const int expected = faulty ? -5 : int(ref.size());
+        EXPECT_EQ(edge_qualities(pos, mats, mats + 2, types, sizes, by_sizes, excluded), expected);
+        EXPECT_EQ(edge_qualities(pos, mats, mats + 2, types, metrics, by_metrics, excluded),
+                  expected);
         for (auto [a, b] : ref)
         {
-            if (b >= sizes.size() || !(sizes[a] > 0) || !(sizes[b] > 0)) continue;
-            double d2 = 0;
+            if (b >= known) continue;
+            double e[3] = {0, 0, 0}, qa = 0, qb = 0;
             for (std::size_t i = 0; i < rows; ++i)
-                d2 += (pos(i, a) - pos(i, b)) * (pos(i, a) - pos(i, b));
-            r.process(std::sqrt(d2) / reference_mean(sizes[a], sizes[b]));
+                e[i] = pos(i, b) - pos(i, a);
+            const double d = std::sqrt(e[0] * e[0] + e[1] * e[1] + e[2] * e[2]);
+            if (sizes[a] > 0 && sizes[b] > 0)
+                ref_sizes.process(d / reference_mean(sizes[a], sizes[b]));
+            if (!valid_metric[a] || !valid_metric[b]) continue;
+            for (std::size_t r = 0; r < rows; ++r)
+                for (std::size_t c = 0; c < rows; ++c)
+                    qa += e[r] * full[a][3 * r + c] * e[c], qb += e[r] * full[b][3 * r + c] * e[c];
+            const double la = std::sqrt(qa), lb = std::sqrt(qb);
+            ref_metrics.process(qa > 0 && qb > 0 ? la * lb / reference_mean(la, lb) : 0.0);
         }
-        expect_same(h, r);
-        const std::size_t before = h.count();
-        const int single = edge_qualities(pos, mats[0], EL_SOLID_MIX, sizes, h, excluded);
-        EXPECT_EQ(single, rows == 2 ? int(h.count() - before) : -4);
+        expect_same(by_sizes, ref_sizes);
+        expect_same(by_metrics, ref_metrics);
+        const std::size_t before = by_sizes.count();
+        const int single = edge_qualities(pos, mats[0], EL_SOLID_MIX, sizes, by_sizes, excluded);
+        EXPECT_EQ(single, faulty ? -4 : int(by_sizes.count() - before));
+        EXPECT_EQ(edge_qualities(pos, mats[0], EL_SOLID_MIX, metrics, by_metrics, excluded),
+                  faulty ? -4 : single);
     }
 }
 
@@ -279,77 +318,4 @@ TEST(edges, edge_qualities_argument_ladder)
     EXPECT_EQ(h.count(), 0u);
     // The 20-node hexahedron yields no edge.
     EXPECT_EQ(edge_qualities(pos, dense2D<unsigned>(20, 1, 1u), EL_HEXA20, sizes, h, none), 0);
-}
-
-TEST(edges, metric_qualities_match_brute_force_and_sizes)
-{
-    // Isotropic metrics (1/h^2) I give the values of the sizes h. Random anisotropic metrics
-    // G^T G + 0.1 I are compared with the quadratic forms evaluated in full; among them some
-    // are invalid (indefinite, zero; 1e-300 I is valid) and the last nodes have none: their
-    // edges are skipped and the call fails with -5 (-4 for one matrix).
-    std::mt19937_64 gen(123);
-    std::uniform_real_distribution<double> u(0.0, 1.0);
-    const unsigned nbr_nodes = 300;
-    for (std::size_t rows : {2, 3})
-    {
-        const std::size_t mrows = rows == 2 ? 3 : 6;
-        const dense2D<double> pos = random_pos(rows, nbr_nodes, gen);
-        dense1D<double> sizes(nbr_nodes);
-        dense2D<double> iso(mrows, nbr_nodes, 0.0), aniso(mrows, nbr_nodes - 5, 0.0);
-        std::vector<std::array<double, 9>> full(nbr_nodes); // 3 x 3 row-major
-        std::vector<bool> valid(nbr_nodes, false);
-        for (unsigned j = 0; j < nbr_nodes; ++j)
-        {
-            sizes[j] = 0.1 + u(gen);
-            const double l = 1.0 / (sizes[j] * sizes[j]);
-            iso(0, j) = iso(2, j) = l;
-            if (rows == 3) iso(5, j) = l;
-            double G[3][3], M[3][3];
-            for (auto& r : G)
-                for (double& v : r)
-                    v = 2 * u(gen) - 1;
-            for (int a = 0; a < 3; ++a)
-                for (int b = 0; b < 3; ++b)
-                {
-                    M[a][b] = a == b ? 0.1 : 0.0;
-                    for (int k = 0; k < 3; ++k)
-                        M[a][b] += G[k][a] * G[k][b];
-                    if (j % 19 == 1) M[a][b] = 0.0;                   // zero
-                    if (j % 19 == 2) M[a][b] = a == b ? 1e-300 : 0.0; // tiny, valid
-                    if (j % 19 == 3) M[a][b] = a == b ? 1.0 : 2.0;    // eigenvalue -1
-                }
-            if (j >= aniso.cols()) continue;
-            valid[j] = j % 19 != 1 && j % 19 != 3;
-            aniso(0, j) = M[0][0], aniso(1, j) = M[0][1], aniso(2, j) = M[1][1];
-            if (rows == 3) aniso(3, j) = M[0][2], aniso(4, j) = M[1][2], aniso(5, j) = M[2][2];
-            for (int k = 0; k < 9; ++k)
-                full[j][k] = M[k / 3][k % 3];
-        }
-        const dense2D<unsigned> M = random_connectivity(EL_SOLID_MIX, 400, nbr_nodes, gen);
-        const dense2D<unsigned> none;
-        dense1D<int> types(1, int(EL_SOLID_MIX));
-        misc::histogram by_sizes(0, 50, 50), by_iso(0, 50, 50), by_aniso(0, 50, 50), ref(0, 50, 50);
-        const int n = edge_qualities(pos, M, EL_SOLID_MIX, sizes, by_sizes, none);
-        ASSERT_GT(n, 0);
-        EXPECT_EQ(edge_qualities(pos, M, EL_SOLID_MIX, iso, by_iso, none), n);
-        EXPECT_NEAR(by_iso.sum(), by_sizes.sum(), 1e-10 * by_sizes.sum());
-        EXPECT_NEAR(by_iso.max(), by_sizes.max(), 1e-10 * by_sizes.max());
-        EXPECT_EQ(edge_qualities(pos, &M, &M + 1, types, aniso, by_aniso, none), -5);
-        EXPECT_EQ(edge_qualities(pos, M, EL_SOLID_MIX, aniso, by_iso, none), -4);
-        edge_set edges;
-        add_reference(edges, M, EL_SOLID_MIX);
-        for (auto [a, b] : edges)
-        {
-            if (!valid[a] || !valid[b]) continue;
-            double e[3] = {0, 0, 0}, qa = 0, qb = 0;
-            for (std::size_t i = 0; i < rows; ++i)
-                e[i] = pos(i, b) - pos(i, a);
-            for (std::size_t r = 0; r < rows; ++r)
-                for (std::size_t c = 0; c < rows; ++c)
-                    qa += e[r] * full[a][3 * r + c] * e[c], qb += e[r] * full[b][3 * r + c] * e[c];
-            const double la = std::sqrt(qa), lb = std::sqrt(qb);
-            ref.process(qa > 0 && qb > 0 ? la * lb / reference_mean(la, lb) : 0.0);
-        }
-        expect_same(by_aniso, ref);
-    }
 }
