@@ -42,13 +42,9 @@ const edge_list& reference_edges(element_type shape)
          {1, 5},
          {2, 6},
          {3, 7}}};
-    static const std::pair<element_type, int> kinds[] = {
-        {EL_EDGE2, 1},   {EL_EDGE3, 1},  {EL_TRIA3, 2},   {EL_TRIA6, 2},   {EL_QUAD4, 3},
-        {EL_QUAD8, 3},   {EL_QUAD9, 3},  {EL_TETRA4, 4},  {EL_TETRA10, 4}, {EL_PYRAM5, 5},
-        {EL_PYRAM14, 5}, {EL_PENTA6, 6}, {EL_PENTA18, 6}, {EL_HEXA8, 7},   {EL_HEXA27, 7}};
-    for (auto [type, k] : kinds)
-        if (type == shape) return tables[k];
-    return tables[0]; // EL_HEXA20 has none
+    if (shape == EL_HEXA20) return tables[0]; // none, on purpose
+    const unsigned dim = element_dim(shape), corners = nbr_base_nodes(shape);
+    return tables[dim == 1 ? 1 : dim == 2 ? corners - 1 : corners == 8 ? 7 : corners];
 }
 
 void add_reference(edge_set& s, const dense2D<unsigned>& M, element_type type)

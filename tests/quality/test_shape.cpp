@@ -240,6 +240,22 @@ TEST(shape, triangle_and_tetrahedron_match_direct_formulas)
     }
 }
 
+TEST(shape, quadrangle_known_values)
+{
+    // 4 sqrt(2) x smallest corner area (corner normal in space) / (longest of sides and
+    // diagonals x perimeter); in space times the warp factor 1 - acos(c) / pi, c the larger
+    // cosine between the normals at opposite corners. A 2 x 1 rectangle, then a unit square with
+    // one corner lifted by 0.5: smallest normal 1, longest diagonal 1.5, c = sqrt(2/3).
+    for (std::size_t rows : {2, 3})
+        EXPECT_NEAR(quality_of({{0, 0, 0}, {2, 0, 0}, {2, 1, 0}, {0, 1, 0}}, rows, EL_QUAD4),
+                    8 * std::sqrt(2.0) / (std::sqrt(5.0) * 6), 1e-14)
+            << rows;
+    EXPECT_NEAR(quality_of({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0.5}}, 3, EL_QUAD4),
+                4 * std::sqrt(2.0) / (1.5 * (2 + std::sqrt(5.0))) *
+                    (1 - std::acos(std::sqrt(2.0 / 3)) / M_PI),
+                1e-14);
+}
+
 TEST(shape, nearly_degenerate_and_warped_elements)
 {
     // A sliver: four nodes nearly on one plane, det(P0-P3, P1-P3, P2-P3) = -2t; its quality is
@@ -282,14 +298,13 @@ TEST(shape, mixed_matrices_match_pure_ones)
         const std::size_t k = gen() % 6, solid = k >= 2;
         const Nodes el = perturb(ideals[k].nodes, gen, 0.15);
         pure[solid].emplace_back(el.size(), 1);
-        unsigned c[8] = {undefined_index, undefined_index, undefined_index, undefined_index,
-                         undefined_index, undefined_index, undefined_index, undefined_index};
+        std::vector<unsigned> c(8, undefined_index);
         for (std::size_t i = 0; i < el.size(); ++i)
         {
             c[i] = pure[solid].back()(i, 0) = unsigned(nodes.size());
             nodes.push_back(el[i]);
         }
-        ASSERT_TRUE(append_column(mixed[solid], c, solid ? 8 : 4));
+        ASSERT_TRUE(append_column(mixed[solid], c.data(), solid ? 8 : 4));
         kinds[solid].push_back(k);
     }
     for (std::size_t rows : {2, 3})
