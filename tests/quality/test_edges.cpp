@@ -133,43 +133,36 @@ TEST(edges, copy_edges_matches_brute_force_on_every_type)
                                       EL_TETRA10, EL_PYRAM5, EL_PYRAM14,  EL_PENTA6,    EL_PENTA18,
                                       EL_HEXA8,   EL_HEXA20, EL_HEXA27};
     std::mt19937_64 gen(31);
-    for (element_type type : all_types)
-        for (unsigned nbr_nodes : {5u, 40u, 3000u, 0u})
+    for (unsigned nbr_nodes : {5u, 40u, 3000u, 0u})
+    {
+        // Each type alone, then all of them appended in one call behind two columns that stay,
+        // with a mixed face matrix of 3 rows read as triangles. Indices are not bounded: the
+        // last case reaches ~0u (not for mixed types, where ~0u marks unused rows).
+        std::vector<dense2D<unsigned>> mats = {random_connectivity(EL_TRIA3, 100, 40, gen)};
+        dense1D<int> types(1, int(EL_FACE_MIX));
+        edge_set all;
+        add_reference(all, mats[0], EL_TRIA3);
+        for (element_type type : all_types)
         {
-            // Indices are not bounded: the last case reaches ~0u (not for mixed types, where ~0u
-            // marks unused rows).
-            const bool mixed = type == EL_FACE_MIX || type == EL_SOLID_MIX;
-            if (nbr_nodes == 0 && mixed) continue;
-            const dense2D<unsigned> M =
-                nbr_nodes ? random_connectivity(type, 500, nbr_nodes, gen)
-                          : random_connectivity(type, 500, 3000, gen, undefined_index - 2999);
+            if (nbr_nodes == 0 && (type == EL_FACE_MIX || type == EL_SOLID_MIX)) continue;
+            mats.push_back(nbr_nodes
+                               ? random_connectivity(type, 500, nbr_nodes, gen)
+                               : random_connectivity(type, 500, 3000, gen, undefined_index - 2999));
+            ASSERT_TRUE(types.push_back(type));
             edge_set ref;
-            add_reference(ref, M, type);
+            add_reference(ref, mats.back(), type);
+            add_reference(all, mats.back(), type);
             dense2D<unsigned> edges;
-            ASSERT_EQ(copy_edges(M, type, edges), 0) << type;
+            ASSERT_EQ(copy_edges(mats.back(), type, edges), 0) << type;
             EXPECT_EQ(columns_of(edges), edge_list(ref.begin(), ref.end()))
                 << "type " << type << " nodes " << nbr_nodes;
         }
-}
-
-TEST(edges, copy_edges_over_several_matrices_appends_sorted_distinct_edges)
-{
-    // The last matrix, of mixed faces with 3 rows, is read as triangles.
-    std::mt19937_64 gen(8);
-    const dense2D<unsigned> mats[4] = {random_connectivity(EL_SOLID_MIX, 300, 200, gen),
-                                       random_connectivity(EL_FACE_MIX, 300, 200, gen),
-                                       random_connectivity(EL_EDGE2, 300, 200, gen),
-                                       random_connectivity(EL_TRIA3, 300, 200, gen)};
-    dense1D<int> types(4, int(EL_FACE_MIX));
-    types[0] = EL_SOLID_MIX, types[2] = EL_EDGE2;
-    edge_set ref;
-    for (int k = 0; k < 4; ++k)
-        add_reference(ref, mats[k], k == 3 ? EL_TRIA3 : element_type(types[k]));
-    dense2D<unsigned> edges(2, 2, 9u); // two columns kept in front
-    ASSERT_EQ(copy_edges(mats, mats + 4, types, edges), 0);
-    EXPECT_EQ(edges(0, 0), 9u);
-    EXPECT_EQ(edges(1, 1), 9u);
-    EXPECT_EQ(columns_of(edges, 2), edge_list(ref.begin(), ref.end()));
+        dense2D<unsigned> edges(2, 2, 9u);
+        ASSERT_EQ(copy_edges(mats.data(), mats.data() + mats.size(), types, edges), 0);
+        EXPECT_EQ(edges(0, 0), 9u);
+        EXPECT_EQ(edges(1, 1), 9u);
+        EXPECT_EQ(columns_of(edges, 2), edge_list(all.begin(), all.end()));
+    }
 }
 
 TEST(edges, copy_edges_argument_ladder)
