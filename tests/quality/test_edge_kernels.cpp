@@ -18,15 +18,6 @@ double reference_log_mean(double a, double b)
 }
 } // namespace
 
-TEST(edge_kernels, log_mean_special_values)
-{
-    EXPECT_EQ(log_mean(3.5, 3.5), 3.5);
-    // A size that is not positive: the mean is the smaller size, never positive.
-    EXPECT_EQ(log_mean(0.0, 2.0), 0.0);
-    EXPECT_EQ(log_mean(2.0, -1.0), -1.0);
-    EXPECT_TRUE(std::isnan(log_mean(NAN, 2.0)));
-}
-
 TEST(edge_kernels, log_mean_series_meets_closed_form_at_threshold)
 {
     // The series is r/ln(1+r) to fourth order; its truncation error grows like r^5 and is
@@ -58,8 +49,14 @@ TEST(edge_kernels, log_mean_is_symmetric_scale_covariant_and_between_sizes)
     }
 }
 
-TEST(edge_kernels, degenerate_lengths_and_invalid_forms)
+TEST(edge_kernels, degenerate_sizes_lengths_and_invalid_forms)
 {
+    // The logarithmic mean of equal sizes is the size; with a size that is not positive, the
+    // smaller size (never positive); NaN with a NaN size.
+    EXPECT_EQ(log_mean(3.5, 3.5), 3.5);
+    EXPECT_EQ(log_mean(0.0, 2.0), 0.0);
+    EXPECT_EQ(log_mean(2.0, -1.0), -1.0);
+    EXPECT_TRUE(std::isnan(log_mean(NAN, 2.0)));
     const double o[3] = {0, 0, 0}, x[3] = {1, 0, 0}, d[3] = {1, 1, 0};
     // Sizes that are not > 0: 0 when equal, DBL_MAX otherwise; an overflowing power: DBL_MAX.
     EXPECT_EQ(iso_edge_shock<3>(o, x, 0.0, 2.0), DBL_MAX);

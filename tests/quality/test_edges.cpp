@@ -73,16 +73,6 @@ dense2D<unsigned> random_connectivity(element_type type, std::size_t nbr, unsign
     return M;
 }
 
-dense2D<double> random_pos(std::size_t rows, unsigned nbr_nodes, std::mt19937_64& gen)
-{
-    std::uniform_real_distribution<double> u(-1.0, 1.0);
-    dense2D<double> pos(rows, nbr_nodes);
-    for (std::size_t j = 0; j < nbr_nodes; ++j)
-        for (std::size_t i = 0; i < rows; ++i)
-            pos(i, j) = u(gen);
-    return pos;
-}
-
 edge_list columns_of(const dense2D<unsigned>& edges, std::size_t from = 0)
 {
     edge_list v;
@@ -198,13 +188,16 @@ TEST(edges, qualities_match_brute_force_with_exclusion_and_invalid_fields)
     {
         const bool faulty = rows == 3;
         const unsigned known = faulty ? nbr_nodes - 7 : nbr_nodes; // nodes with size and metric
-        const dense2D<double> pos = random_pos(rows, nbr_nodes, gen);
+        dense2D<double> pos(rows, nbr_nodes);
         dense1D<double> sizes(known);
         dense2D<double> metrics(rows == 2 ? 3 : 6, known);
         std::vector<std::array<double, 9>> full(known); // 3 x 3 row-major
         std::vector<bool> valid_metric(nbr_nodes, false);
-        for (unsigned j = 0; j < known; ++j)
+        for (unsigned j = 0; j < nbr_nodes; ++j)
         {
+            for (std::size_t i = 0; i < rows; ++i)
+                pos(i, j) = 2 * u(gen) - 1;
+            if (j >= known) continue;
             sizes[j] = j % 3 ? 0.1 + u(gen) : 0.5; // equal sizes too
             if (faulty && j % 23 == 0) sizes[j] = j % 2 ? 0.0 : -1.0;
             double G[3][3];
