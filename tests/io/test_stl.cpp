@@ -3,6 +3,7 @@
 #include "io/io_test_util.h"
 #include "io/stl_private.h"
 
+#include <cctype>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -430,35 +431,53 @@ TEST(stl, truncated_files_fail_cleanly)
         }
 }
 
-TEST(stl, fuzz_seeds_read_and_the_written_ones_are_current)
+TEST(stl, fuzz_seed_corpus_is_generated_current_and_read)
 {
-    // The seed corpus of the fuzz target reads with the expected codes and sizes; the two seeds
-    // that are the writers' output for the cube are still that output byte for byte and read
-    // back as the cube: 8 nodes numbered by first corner (0 2 1 3 4 5 6 7), the 12 triangles in
-    // file order.
+    // The seed corpus of the fuzz target: small files made here (the cube as each writer writes
+    // it, hand-made binary and text cases), written into the source tree when missing and
+    // compared byte for byte otherwise, then read with their expected codes and sizes. The
+    // cube reads back with 8 nodes numbered by first corner (0 2 1 3 4 5 6 7) and its 12
+    // triangles in file order.
     const std::string dir = std::string(MESHUTIL_TEST_DATA_DIR) + "/../../fuzz/seeds/fuzz_stl/";
-    const std::string scratch = out_path("stl_seed.stl");
+    std::string cube_written[2];
     for (bool text : {true, false})
     {
+        const std::string scratch = out_path(text ? "stl_seed.stl" : "stl_seed.bin.stl");
         ASSERT_EQ(STL_output(scratch.c_str(), cube_pos(), cube_connectivity(), text), 0);
-        EXPECT_EQ(read_file(scratch),
-                  read_file(dir + (text ? "cube_text.stl" : "cube_binary.stl")));
+        cube_written[text] = read_file(scratch);
     }
-    const std::tuple<const char*, int, std::size_t, std::size_t> seeds[] = {
-        {"cube_text.stl", 0, 8, 12},
-        {"cube_binary.stl", 0, 8, 12},
-        {"solid_header_binary.stl", 0, 7, 3}, // the cube's first three triangles
-        {"two_solids_upper_case.stl", 0, 4, 2},
-        {"odd_values.stl", 0, 3, 1},      // no positive height: nothing merged
-        {"degenerate_only.stl", 0, 6, 2}, // likewise
-        {"count_beyond_data.stl", -3, 0, 0},
-        {"syntax_error.stl", -2, 0, 0}};
+    const std::string facet = text_facet({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}});
+    std::string upper = "solid A\n" + facet + "endsolid A\nsolid B\n" +
+                        text_facet({{1, 0, 0}, {1, 1, 0}, {0, 1, 0}}) + "endsolid B\n";
+    for (char& c : upper)
+        c = char(std::toupper(static_cast<unsigned char>(c)));
+    const std::vector<std::uint32_t> flat = {0, 0, 0, 0, 0, 0, one, 0, 0, one, 0, 0};
+    const std::tuple<const char*, std::string, int, std::size_t, std::size_t> seeds[] = {
+        {"cube_text.stl", cube_written[1], 0, 8, 12},
+        {"cube_binary.stl", cube_written[0], 0, 8, 12},
+        {"solid_header_binary.stl", cube_binary("solid binary", 3), 0, 7, 3},
+        {"two_solids_upper_case.stl", upper, 0, 4, 2},
+        {"odd_values.stl", // no positive height: nothing merged
+         "solid\nfacet normal nan 0 0\nouter loop\nvertex inf -1e400 0x1p-3\nvertex 1e-320 2 3\n"
+         "vertex -0 1e22 4.5e+07\nendloop\nendfacet\nendsolid\n",
+         0, 3, 1},
+        {"degenerate_only.stl", binary_file("", 2, {flat, flat}), 0, 6, 2}, // likewise
+        {"count_beyond_data.stl", binary_file("", 40, {flat}), -3, 0, 0},
+        {"syntax_error.stl", "solid\n" + facet.substr(0, 60) + "endsolid\n", -2, 0, 0}};
     const unsigned renumber[8] = {0, 2, 1, 3, 4, 5, 6, 7};
-    for (const auto& [name, code, nbr_nodes, nbr_tri] : seeds)
+    for (const auto& [name, bytes, code, nbr_nodes, nbr_tri] : seeds)
     {
+        const std::string path = dir + name;
+        if (!file_exists(path))
+            if (std::FILE* f = std::fopen(path.c_str(), "wb"))
+            {
+                std::fwrite(bytes.data(), 1, bytes.size(), f);
+                std::fclose(f);
+            }
+        EXPECT_EQ(read_file(path), bytes) << name;
         dense2D<double> pos;
         dense2D<unsigned> connectM;
-        EXPECT_EQ(read_stl(dir + name, pos, connectM), code) << name;
+        EXPECT_EQ(read_stl(path, pos, connectM), code) << name;
         EXPECT_EQ(pos.empty() ? 0 : pos.cols(), nbr_nodes) << name;
         EXPECT_EQ(connectM.empty() ? 0 : connectM.cols(), nbr_tri) << name;
         if (nbr_tri != 12 || pos.cols() != 8) continue;
