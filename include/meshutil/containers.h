@@ -31,7 +31,7 @@ inline constexpr unsigned undefined_index = ~0u;
 // ------------------------------------------------------------------------------------ allocator
 
 /// Allocates `bytes` bytes aligned to 64 bytes for numeric work; nullptr on failure or on a size
-/// that cannot be represented. Blocks of 4 MiB and more are mapped directly, aligned to 2 MiB and
+/// that cannot be represented. Blocks of 1 MiB and more are mapped directly, aligned to 2 MiB and
 /// advised for transparent huge pages, and a few freed large blocks are kept for reuse so that
 /// repeated large scratch buffers do not go back and forth to the system.
 /// Thread-safe. Complexity: O(1) (memory is not touched).

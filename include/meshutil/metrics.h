@@ -351,8 +351,9 @@ MESHUTIL_API int metrics_aniso3d_to_aniso2d(const dense2D<double>& metrics3d,
 // source), and which move comes first there is not part of the contract.
 //
 // Complexity: O(E log Q) for E queue entries and a queue of at most Q entries; near-linear in
-// the mesh size for size fields of bounded gradient. Extra memory: the node graph, 9 bytes per
-// graph entry, two unsigned and one byte per node, and 16 bytes per queue entry.
+// the mesh size for size fields of bounded gradient. Extra memory: the node graph, 8 bytes per
+// graph entry, 16 bytes per node plus a copy of its coordinates and field values (the run works
+// on the copy and writes the field back at the end), and 16 bytes per queue entry.
 
 /// Bounds the size shock of every edge of the node graph of connectM to g, in an isotropic size
 /// field. See the section comment for the moves, directions, frozen nodes and checks.

@@ -211,59 +211,148 @@ inline bool positive_pivots(const double* m) noexcept
     }
 }
 
+/// The gradation measure of the edge from the node at xi with field value(s) fi (a size, or a
+/// packed metric) to the node at xj with fj; order is +1 when the size at j (along the edge, for
+/// metrics) is the larger, -1 when it is the smaller, 0 when they are equal.
+template <unsigned DIM, bool ANISO, bool VARIATION>
+inline double edge_measure(const double* xi, const double* xj, const double* fi, const double* fj,
+                           int& order) noexcept
+{
+    if constexpr (!ANISO)
+    {
+        const double hi = *fi, hj = *fj;
+        order = hj > hi ? 1 : hj < hi ? -1 : 0;
+        if constexpr (!VARIATION)
+            return iso_edge_shock<DIM>(xi, xj, hi, hj);
+        else
+        {
+            double li, lj;
+            const double L = iso_edge_length<DIM>(xi, xj, hi, hj, li, lj);
+            return variation_of_lengths(li, lj, L, hi == hj);
+        }
+    }
+    else
+    {
+        double e[DIM];
+        for (unsigned k = 0; k < DIM; ++k)
+            e[k] = xj[k] - xi[k];
+        double li, lj;
+        const double L = metric_edge_length<DIM>(e, fi, fj, li, lj);
+        order = lj < li ? 1 : lj > li ? -1 : 0; // a shorter length is a larger size
+        if (L == 0.0) return same_metric<DIM>(fi, fj) ? 0.0 : DBL_MAX;
+        if constexpr (!VARIATION)
+            return shock_of_lengths(li, lj, L, false);
+        else
+            return variation_of_lengths(li, lj, L, false);
+    }
+}
+
+/// Bookkeeping of one node during a run, in one 16-byte record so that the stamp test, the list
+/// bounds and the representative of a node cost one cache line (four neighbours share one).
+struct gradation_node
+{
+    unsigned state;    ///< ~0u frozen, else the stamp of the last modification (0: never)
+    unsigned rep;      ///< the node's representative slot (see gradation::run), or ~0u
+    unsigned first;    ///< start of the node's list in the node graph
+    unsigned char dir; ///< direction byte: 1 grow only, 255 shrink only, 0 not yet decided
+};
+static_assert(sizeof(gradation_node) == 16, "node records are 16 bytes");
+
 /// The gradation of one field: DIM coordinates, isotropic sizes (ANISO false, one value per node)
 /// or packed metrics (ANISO true), size shock (VARIATION false) or size variation.
+///
+/// A run works on its own copies: one record per node holding its coordinates followed by its
+/// field value(s), so that a neighbour's position and size come in one cache line; the field is
+/// copied back when the run ends. The propagation reads a few dozen scattered cache lines per
+/// move, so the layout, not the arithmetic, sets its speed on large meshes.
 template <unsigned DIM, bool ANISO, bool VARIATION>
 class gradation
 {
 public:
     static constexpr int N = int(DIM);
+    static constexpr unsigned F = ANISO ? unsigned(packed_size<N>) : 1u; ///< field values per node
+    static constexpr unsigned R = DIM + F;                               ///< doubles per record
     static constexpr unsigned char up = 1, down = 255;
 
-    /// pos: column pointer and leading dimension; field: same; first/graph: node graph; state:
-    /// ~0u frozen, else last modification stamp; dir: direction bytes.
-    gradation(const double* pos, std::size_t pos_ld, double* field, std::size_t field_ld,
-              const unsigned* first, const unsigned* graph, unsigned* state, unsigned char* dir,
-              bool any_frozen, double g) noexcept
-        : m_pos(pos), m_pos_ld(pos_ld), m_field(field), m_field_ld(field_ld), m_first(first),
-          m_graph(graph), m_state(state), m_dir(dir), m_any_frozen(any_frozen), m_g(g),
-          m_step(VARIATION ? g : std::log1p(g)), m_screen(shock_screen(g))
+    /// first/graph: the node graph of the mesh (get_node_graph); g: the largest admissible measure.
+    gradation(const unsigned* first, const unsigned* graph, double g) noexcept
+        : m_graph(graph), m_first(first), m_g(g), m_step(VARIATION ? g : std::log1p(g)),
+          m_screen(shock_screen(g))
     {
     }
 
-    /// Runs the propagation over nodes [0, n); returns the number of distinct nodes modified, or
-    /// -199 when memory cannot be had.
+    /// Runs the propagation over the nodes [0, n) of the graph: pos and field are column pointers
+    /// with their leading dimensions (field: F values per node); `nodes` and `nodes_frozen` say
+    /// which nodes are frozen (entries not below n are ignored); every direction byte starts at
+    /// `direction`. Returns the number of distinct nodes modified, or -199 when memory cannot be
+    /// had (the field is then left partly graded, as far as the run got).
     ///
     /// Every graph entry (i, k) is a slot holding the key of the entry that would move i towards
-    /// k: the edge's measure when the last move of i or k left it above g (and the move is not
-    /// already ruled out by the direction of i), else -1. A move of i rewrites the slots of i and
-    /// the slot (k, i) of every free neighbour k; a slot whose entry was tried is emptied. So the
-    /// entries that are not stale are exactly the non-empty slots, and their stamp is the later
-    /// stamp of their two nodes.
+    /// k: the edge's measure, signed by the direction of the move (positive to grow), when the
+    /// last move of i or k left it above g and the move is not already ruled out by the direction
+    /// of i; else NaN (empty). A move of i rewrites the slots of i and the slot (k, i) of every
+    /// free neighbour k; a slot whose entry was tried is emptied. So the entries that are not
+    /// stale are exactly those of non-empty slots.
     ///
     /// Not every slot is queued. Each node has a representative, its best slot (key descending,
     /// then list position), which is always queued; a rewritten slot is queued only when it beats
     /// the representative, and becomes the new one; when the representative is tried, or
-    /// rewritten, the node's next best slot takes its place (queued unless it still is). A slot
-    /// waiting behind a larger key of its own node could not come out of the queue before that
-    /// key anyway, so the entries are tried in the order in which they would be if every slot were
-    /// queued (ties aside), with far fewer queued entries: most slots are rewritten or made stale
-    /// by a move of their node before their turn. Entries that could only fail without effect,
-    /// because the node's direction is already fixed against the move (or the two sizes are
-    /// equal), or, for sizes, because the move would be too small to be made and would leave the
-    /// direction byte as it is (see futile), are not queued: popping them would change nothing.
-    long run(std::size_t n, gradation_counters& counters) noexcept
+    /// rewritten, the node's next best slot takes its place and is queued. A slot waiting behind
+    /// a larger key of its own node could not come out of the queue before that key anyway, so
+    /// the entries are tried in the order in which they would be if every slot were queued (ties
+    /// aside), with far fewer queued entries: most slots are rewritten or made stale by a move of
+    /// their node before their turn. (A former representative that is still queued may be queued
+    /// again: the second entry, if it is not stale, retries a move that just failed, and fails
+    /// the same way.) Entries that could only fail without effect, because the node's direction
+    /// is already fixed against the move (or the two sizes are equal), or, for sizes, because the
+    /// move would be too small to be made and would leave the direction byte as it is (see
+    /// futile), are not queued: popping them would change nothing.
+    ///
+    /// An entry carries the stamp of the latest modification made before it was queued: it is
+    /// stale once either node has been modified after it, whatever their stamps were then.
+    long run(const double* pos, std::size_t pos_ld, double* field, std::size_t field_ld,
+             std::size_t n, const dense1D<unsigned>& nodes, bool nodes_frozen,
+             unsigned char direction, gradation_counters& counters) noexcept
+    {
+        const std::size_t nbr_entries = m_first[n];
+        if (!m_node_store.resize(n + 1) || !m_rec_store.resize(n * R) ||
+            !m_keys_store.resize(nbr_entries) || !m_mirror_store.resize(nbr_entries))
+            return -199;
+        m_node = m_node_store.data();
+        m_rec = m_rec_store.data();
+        m_keys = m_keys_store.data();
+        m_mirror = m_mirror_store.data();
+        const unsigned free_state = nodes_frozen ? 0u : undefined_index;
+        for (std::size_t i = 0; i <= n; ++i)
+            m_node[i] = {free_state, undefined_index, m_first[i], direction};
+        for (std::size_t k = 0, m = nodes.size(); k < m; ++k)
+            if (nodes[k] < n) m_node[nodes[k]].state = nodes_frozen ? undefined_index : 0u;
+        m_any_frozen = false;
+        for (std::size_t i = 0; i < n; ++i)
+            m_any_frozen |= m_node[i].state == undefined_index;
+        for (std::size_t i = 0; i < n; ++i)
+        {
+            double* r = m_rec + i * R;
+            for (unsigned k = 0; k < DIM; ++k)
+                r[k] = pos[i * pos_ld + k];
+            for (unsigned k = 0; k < F; ++k)
+                r[DIM + k] = field[i * field_ld + k];
+        }
+        const long result = propagate(n, counters);
+        for (std::size_t i = 0; i < n; ++i)
+            if (m_node[i].state != 0 && m_node[i].state != undefined_index)
+                for (unsigned k = 0; k < F; ++k)
+                    field[i * field_ld + k] = m_rec[i * R + DIM + k];
+        return result;
+    }
+
+private:
+    static constexpr float empty = __builtin_nanf("");
+
+    long propagate(std::size_t n, gradation_counters& counters) noexcept
     {
         gradation_queue queue;
-        const std::size_t nbr_entries = m_first[n];
-        if (!m_keys_store.resize(nbr_entries) || !m_flags_store.resize(nbr_entries) ||
-            !m_rep_store.resize(n, undefined_index) || !m_mirror_store.resize(nbr_entries) ||
-            !queue.reserve(n))
-            return -199;
-        m_keys = m_keys_store.data();
-        m_flags = m_flags_store.data();
-        m_rep = m_rep_store.data();
-        m_mirror = m_mirror_store.data();
+        if (!queue.reserve(4 * n + 16)) return -199;
         for (unsigned i = 0; i < n; ++i)
             for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
                 if (m_graph[k] > i)
@@ -272,9 +361,10 @@ public:
                     m_mirror[k] = m;
                     m_mirror[m] = k;
                 }
+        unsigned stamp = 0;
         for (unsigned i = 0; i < n; ++i)
         {
-            if (m_state[i] == undefined_index) continue;
+            if (m_node[i].state == undefined_index) continue;
             for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
             {
                 int order;
@@ -282,9 +372,8 @@ public:
                 const double s = screened_measure(i, m_graph[k], order, t);
                 keep(k, s, order, futile(i, t));
             }
-            if (!push_best(queue, i, counters)) return -199;
+            if (!push_best(queue, i, stamp, counters)) return -199;
         }
-        unsigned stamp = 0;
         long count = 0;
         while (!queue.empty())
         {
@@ -295,67 +384,70 @@ public:
             {
                 // The next entry's stamp test reads these: fetch them while this one is treated.
                 const gradation_entry& next = queue.top();
-                __builtin_prefetch(m_state + next.node);
-                __builtin_prefetch(m_state + next.neighbour);
-                __builtin_prefetch(m_first + next.node);
+                __builtin_prefetch(m_node + next.node);
+                __builtin_prefetch(m_node + next.neighbour);
             }
             const unsigned i = e.node, j = e.neighbour;
-            if (m_state[i] > e.stamp || (m_state[j] != undefined_index && m_state[j] > e.stamp))
+            const unsigned state_j = m_node[j].state;
+            if (m_node[i].state > e.stamp || (state_j != undefined_index && state_j > e.stamp))
             {
                 ++counters.stale;
                 continue;
             }
             // The entry is the current value of its slot: consume it.
             const unsigned slot = find_slot(i, j);
-            m_keys[slot] = -1.0f;
-            m_flags[slot] &= ~queued;
+            m_keys[slot] = empty;
             if (!update(i, j))
             {
-                if (m_rep[i] == slot && !push_best(queue, i, counters)) return -199;
+                if (m_node[i].rep == slot && !push_best(queue, i, stamp, counters)) return -199;
                 continue;
             }
             ++counters.updates;
-            if (m_state[i] == 0) ++count;
-            m_state[i] = ++stamp;
-            for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
+            if (m_node[i].state == 0) ++count;
+            m_node[i].state = ++stamp;
+            const unsigned begin = m_node[i].first, end = m_node[i + 1].first;
+            for (unsigned k = begin; k < end; ++k)
             {
-                __builtin_prefetch(m_field + m_graph[k] * m_field_ld);
-                __builtin_prefetch(m_pos + m_graph[k] * m_pos_ld);
-                __builtin_prefetch(m_flags + m_mirror[k]);
-                __builtin_prefetch(m_state + m_graph[k]);
-                __builtin_prefetch(m_rep + m_graph[k]);
+                const unsigned nb = m_graph[k];
+                __builtin_prefetch(rec(nb));
+                if constexpr (R * sizeof(double) > 64) __builtin_prefetch(rec(nb) + 8);
+                __builtin_prefetch(m_node + nb);
                 __builtin_prefetch(m_keys + m_mirror[k]);
             }
-            for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
+            for (unsigned k = begin; k < end; ++k)
             {
                 const unsigned nb = m_graph[k];
                 int order;
                 double t;
                 const double s = screened_measure(i, nb, order, t);
                 keep(k, s, order, futile(i, t));
-                if (m_state[nb] == undefined_index) continue;
+                gradation_node& node = m_node[nb];
+                if (node.state == undefined_index) continue;
                 const unsigned m = m_mirror[k];
-                keep(m, s, -order, futile(nb, t));
-                if (!may_move(nb, -order)) m_keys[m] = -1.0f;
-                if (m_rep[nb] == m)
+                keep(m, s, -order, futile(nb, t) || !may_move(nb, -order));
+                if (node.rep == m)
                 {
-                    if (!push_best(queue, nb, counters)) return -199;
+                    if (!push_best(queue, nb, stamp, counters)) return -199;
                 }
-                else if (m_keys[m] >= 0.0f &&
-                         (m_rep[nb] == undefined_index || m_keys[m] > m_keys[m_rep[nb]]))
+                else if (!std::isnan(m_keys[m]) &&
+                         (node.rep == undefined_index ||
+                          std::fabs(m_keys[m]) > std::fabs(m_keys[node.rep])))
                 {
-                    if (!queue.push({m_keys[m], stamp, nb, i})) return -199;
+                    if (!queue.push({std::fabs(m_keys[m]), stamp, nb, i})) return -199;
                     ++counters.pushes;
-                    m_flags[m] |= queued;
-                    m_rep[nb] = m;
+                    node.rep = m;
                 }
             }
-            if (!push_best(queue, i, counters)) return -199;
+            if (!push_best(queue, i, stamp, counters)) return -199;
             // Stamps must stay below the frozen marker; 4e9 modifications end the run.
             if (stamp == undefined_index - 1) break;
         }
         return count;
     }
+
+    const double* rec(unsigned i) const noexcept { return m_rec + std::size_t(i) * R; }
+    const double* x(unsigned i) const noexcept { return rec(i); }
+    double* value(unsigned i) const noexcept { return m_rec + std::size_t(i) * R + DIM; }
 
     /// The gradation measure of the edge i -> j when it may exceed g; otherwise 0 or the measure
     /// (both not above g). Isotropic shocks clearly below g are recognised without pow and log.
@@ -366,7 +458,7 @@ public:
         t = 1.0;
         if constexpr (!ANISO)
         {
-            const double hi = m_field[i * m_field_ld], hj = m_field[j * m_field_ld];
+            const double hi = *value(i), hj = *value(j);
             const double d = distance<DIM>(x(i), x(j));
             if constexpr (!VARIATION)
                 if (shock_clearly_below(hi, hj, d, m_screen))
@@ -376,7 +468,7 @@ public:
                 }
             t = fraction(hi, hj, d);
         }
-        return measure(i, j, order);
+        return edge_measure<DIM, ANISO, VARIATION>(x(i), x(j), value(i), value(j), order);
     }
 
     /// True when a move of `node` by the fraction t must fail without any effect: a fraction of
@@ -384,70 +476,24 @@ public:
     /// when t is at most 1e-12 (see direction_allows). Such entries are not queued.
     bool futile(unsigned node, double t) const noexcept
     {
-        return t <= 0.001 && (m_dir[node] != 0 || t <= 1e-12);
+        return t <= 0.001 && (m_node[node].dir != 0 || t <= 1e-12);
     }
 
-    /// The gradation measure of the edge i -> j in the current field.
-    double measure(unsigned i, unsigned j) const noexcept
-    {
-        int order;
-        return measure(i, j, order);
-    }
-
-    /// The gradation measure of the edge i -> j; order is +1 when the size at j (along the edge,
-    /// for metrics) is the larger, -1 when it is the smaller, 0 when they are equal.
-    double measure(unsigned i, unsigned j, int& order) const noexcept
-    {
-        const double *xi = x(i), *xj = x(j);
-        if constexpr (!ANISO)
-        {
-            const double hi = m_field[i * m_field_ld], hj = m_field[j * m_field_ld];
-            order = hj > hi ? 1 : hj < hi ? -1 : 0;
-            if constexpr (!VARIATION)
-                return iso_edge_shock<DIM>(xi, xj, hi, hj);
-            else
-            {
-                double li, lj;
-                const double L = iso_edge_length<DIM>(xi, xj, hi, hj, li, lj);
-                return variation_of_lengths(li, lj, L, hi == hj);
-            }
-        }
-        else
-        {
-            const double *Mi = metric(i), *Mj = metric(j);
-            double e[DIM];
-            for (unsigned k = 0; k < DIM; ++k)
-                e[k] = xj[k] - xi[k];
-            double li, lj;
-            const double L = metric_edge_length<DIM>(e, Mi, Mj, li, lj);
-            order = lj < li ? 1 : lj > li ? -1 : 0; // a shorter length is a larger size
-            if (L == 0.0) return same_metric<DIM>(Mi, Mj) ? 0.0 : DBL_MAX;
-            if constexpr (!VARIATION)
-                return shock_of_lengths(li, lj, L, false);
-            else
-                return variation_of_lengths(li, lj, L, false);
-        }
-    }
-
-private:
-    const double* x(unsigned i) const noexcept { return m_pos + i * m_pos_ld; }
-
-    static constexpr unsigned char wants_up = 1, queued = 2;
-
-    /// Keeps the key of graph entry k (the edge from its node): the measure's key when it
-    /// exceeds g and the move is not futile, else -1 (nothing to do along it); and the direction
-    /// of the move. The slot is
-    /// no longer queued (an entry made before is stale).
+    /// Keeps the key of graph entry k (the edge from its node): the measure's key, positive for
+    /// a move up and negative for a move down, when it exceeds g and the move is not futile; else
+    /// empty (nothing to do along it).
     void keep(unsigned k, double s, int order, bool futile) noexcept
     {
-        m_keys[k] = s > m_g && order != 0 && !futile ? gradation_key(s) : -1.0f;
-        m_flags[k] = order > 0 ? wants_up : 0;
+        if (s > m_g && order != 0 && !futile)
+            m_keys[k] = order > 0 ? gradation_key(s) : -gradation_key(s);
+        else
+            m_keys[k] = empty;
     }
 
     /// Position of neighbour j in the list of i (which holds it once), without branches.
     unsigned find_slot(unsigned i, unsigned j) const noexcept
     {
-        const unsigned begin = m_first[i], end = m_first[i + 1];
+        const unsigned begin = m_node[i].first, end = m_node[i + 1].first;
         unsigned found = 0;
         for (unsigned k = begin; k < end; ++k)
             found += (m_graph[k] == j) ? k - begin : 0u;
@@ -455,48 +501,43 @@ private:
     }
 
     /// Makes the best live slot of node i (key descending, then list position ascending) its
-    /// representative, and queues it unless already queued. Slots whose move the direction of i
+    /// representative and queues it with the given stamp. Slots whose move the direction of i
     /// forbids are passed over. False when the queue cannot grow.
-    bool push_best(gradation_queue& queue, unsigned i, gradation_counters& counters) noexcept
+    bool push_best(gradation_queue& queue, unsigned i, unsigned stamp,
+                   gradation_counters& counters) noexcept
     {
-        const unsigned begin = m_first[i], end = m_first[i + 1];
-        const unsigned char d = m_dir[i];
+        gradation_node& node = m_node[i];
+        const unsigned begin = node.first, end = m_node[i + 1].first;
+        const unsigned char d = node.dir;
         unsigned best = end;
         float best_key = -1.0f;
         for (unsigned k = begin; k < end; ++k)
         {
-            const float key = m_keys[k];
-            if (!(key > best_key)) continue;
-            if (d != 0 && d != ((m_flags[k] & wants_up) ? up : down)) continue;
+            const float key = m_keys[k], size = std::fabs(key);
+            if (!(size > best_key)) continue; // empty slots (NaN) never are
+            if (d != 0 && d != (std::signbit(key) ? down : up)) continue;
             best = k;
-            best_key = key;
+            best_key = size;
         }
         if (best == end)
         {
-            m_rep[i] = undefined_index;
+            node.rep = undefined_index;
             return true;
         }
-        m_rep[i] = best;
-        if (m_flags[best] & queued) return true;
-        const unsigned nb = m_graph[best];
-        unsigned S = m_state[i];
-        if (m_state[nb] != undefined_index && m_state[nb] > S) S = m_state[nb];
-        m_flags[best] |= queued;
+        node.rep = best;
         ++counters.pushes;
-        return queue.push({best_key, S, i, nb});
+        return queue.push({best_key, stamp, i, m_graph[best]});
     }
 
     /// False when a move of `node` towards a neighbour whose size compares as `order` (see
-    /// measure) must fail without any effect: equal sizes, or a direction already fixed the
+    /// edge_measure) must fail without any effect: equal sizes, or a direction already fixed the
     /// other way (the direction byte only changes from 0).
     bool may_move(unsigned node, int order) const noexcept
     {
         if (order == 0) return false;
-        const unsigned char d = m_dir[node];
+        const unsigned char d = m_node[node].dir;
         return d == 0 || d == (order > 0 ? up : down);
     }
-    double* metric(unsigned i) const noexcept { return m_field + i * m_field_ld; }
-
     /// The fraction of the move from size (or directional size) a towards b over an edge of
     /// length d that leaves the gap at the admissible d * step; 0 when there is no gap to close.
     double fraction(double a, double b, double d) const noexcept
@@ -518,8 +559,9 @@ private:
         bool allowed = false;
         if (t > 1e-12)
         {
-            if (m_dir[i] == 0) m_dir[i] = want;
-            allowed = m_dir[i] == want;
+            unsigned char& dir = m_node[i].dir;
+            if (dir == 0) dir = want;
+            allowed = dir == want;
         }
         return allowed && t > 0.001;
     }
@@ -535,8 +577,8 @@ private:
     /// Moves the size at i towards the size at j.
     bool update_size(unsigned i, unsigned j) noexcept
     {
-        double& hi_ref = m_field[i * m_field_ld];
-        const double hi = hi_ref, hj = m_field[j * m_field_ld];
+        double& hi_ref = *value(i);
+        const double hi = hi_ref, hj = *value(j);
         const double* xi = x(i);
         const double t = fraction(hi, hj, distance<DIM>(xi, x(j)));
         const unsigned char want = hj > hi ? up : down;
@@ -547,12 +589,11 @@ private:
             // Each frozen neighbour k admits sizes within d_k * step of its own: the move may not
             // leave that band on its far side.
             double bound = want == up ? HUGE_VAL : 0.0;
-            for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
+            for (unsigned k = m_node[i].first; k < m_node[i + 1].first; ++k)
             {
                 const unsigned nb = m_graph[k];
-                if (m_state[nb] != undefined_index) continue;
-                const double band = m_step * distance<DIM>(xi, x(nb)),
-                             hk = m_field[nb * m_field_ld];
+                if (m_node[nb].state != undefined_index) continue;
+                const double band = m_step * distance<DIM>(xi, x(nb)), hk = *value(nb);
                 if (want == up)
                 {
                     if (hk + band < bound) bound = hk + band;
@@ -572,8 +613,8 @@ private:
             }
         }
         if (!(hnew > 0.0) || !(hnew < DBL_MAX)) return false;
-        if (m_dir[i] == up) hnew = std::max(hnew, hi);
-        if (m_dir[i] == down) hnew = std::min(hnew, hi);
+        if (m_node[i].dir == up) hnew = std::max(hnew, hi);
+        if (m_node[i].dir == down) hnew = std::min(hnew, hi);
         if (!(std::max(hi, hnew) / std::min(hi, hnew) > 1.000000000001)) return false;
         hi_ref = hnew;
         return true;
@@ -618,8 +659,8 @@ private:
     /// becomes g. For two isotropic metrics this is exactly the isotropic update.
     bool update_metric(unsigned i, unsigned j) noexcept
     {
-        double* Mi = metric(i);
-        const double* Mj = metric(j);
+        double* Mi = value(i);
+        const double* Mj = value(j);
         const double *xi = x(i), *xj = x(j);
         double e[DIM];
         for (unsigned k = 0; k < DIM; ++k)
@@ -681,15 +722,15 @@ private:
     bool limit_by_frozen(unsigned i, const path& p, unsigned char want, double& tau) const noexcept
     {
         const double* xi = x(i);
-        for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
+        for (unsigned k = m_node[i].first; k < m_node[i + 1].first; ++k)
         {
             const unsigned nb = m_graph[k];
-            if (m_state[nb] != undefined_index) continue;
+            if (m_node[nb].state != undefined_index) continue;
             const double* xk = x(nb);
             double e[DIM];
             for (unsigned m = 0; m < DIM; ++m)
                 e[m] = xk[m] - xi[m];
-            const double d = std::sqrt(norm2<DIM>(e)), q = metric_square<DIM>(metric(nb), e);
+            const double d = std::sqrt(norm2<DIM>(e)), q = metric_square<DIM>(value(nb), e);
             if (!(d > 0.0) || !(q > 0.0)) continue;
             const double hk = d / std::sqrt(q);
             const double bound = want == up ? hk + m_step * d : hk - m_step * d;
@@ -718,24 +759,19 @@ private:
         return tau > 0.0;
     }
 
-    const double* m_pos;
-    std::size_t m_pos_ld;
-    double* m_field;
-    std::size_t m_field_ld;
-    const unsigned* m_first;
     const unsigned* m_graph;
-    unsigned* m_state;
-    unsigned char* m_dir;
-    bool m_any_frozen;
+    const unsigned* m_first;
     double m_g;
     double m_step;   ///< admissible size gap per unit length: ln(1 + g), or g for variations
     double m_screen; ///< gap per unit length below which an isotropic shock is below g
+    bool m_any_frozen = false;
+    dense1D<gradation_node, 64> m_node_store;
+    dense1D<double, 64> m_rec_store;
     dense1D<float> m_keys_store;
-    dense1D<unsigned char> m_flags_store;
-    dense1D<unsigned> m_rep_store, m_mirror_store;
-    float* m_keys = nullptr;          ///< per graph entry: key of its slot, -1 when empty
-    unsigned char* m_flags = nullptr; ///< per graph entry: direction of the move, queued
-    unsigned* m_rep = nullptr;        ///< per node: its queued best slot, or ~0u
+    dense1D<unsigned> m_mirror_store;
+    gradation_node* m_node = nullptr; ///< per node (and one past the last for the list end)
+    double* m_rec = nullptr;          ///< per node: coordinates, then the field value(s)
+    float* m_keys = nullptr;          ///< per graph entry: signed key of its slot, NaN when empty
     unsigned* m_mirror = nullptr;     ///< per graph entry (i, j): the position of i in j's list
 };
 
@@ -762,29 +798,16 @@ int bound_gradation(const dense2D<double>& pos, const dense2D<unsigned>& connect
     dense1D<unsigned> first, graph;
     if (int code = get_node_graph(connectM, first, graph)) return code;
     const std::size_t n = first.size() - 1;
-    dense1D<unsigned> state;
-    dense1D<unsigned char> dir;
-    if (!state.resize(nbr_nodes, nodes_frozen ? 0u : undefined_index)) return -199;
-    if (!dir.resize(n, static_cast<unsigned char>(direction & 0xff))) return -199;
-    for (std::size_t k = 0, m = nodes.size(); k < m; ++k)
-        state[nodes[k]] = nodes_frozen ? undefined_index : 0u;
-    bool any_frozen = false;
-    for (std::size_t i = 0; i < n && !any_frozen; ++i)
-        any_frozen = state[i] == undefined_index;
-
+    const auto dir = static_cast<unsigned char>(direction & 0xff);
     long result;
     if (rows == 2)
-    {
-        gradation<2, ANISO, VARIATION> run(pos.col(0), pos.ld(), field, field_ld, first.data(),
-                                           graph.data(), state.data(), dir.data(), any_frozen, g);
-        result = run.run(n, counters);
-    }
+        result =
+            gradation<2, ANISO, VARIATION>(first.data(), graph.data(), g)
+                .run(pos.col(0), pos.ld(), field, field_ld, n, nodes, nodes_frozen, dir, counters);
     else
-    {
-        gradation<3, ANISO, VARIATION> run(pos.col(0), pos.ld(), field, field_ld, first.data(),
-                                           graph.data(), state.data(), dir.data(), any_frozen, g);
-        result = run.run(n, counters);
-    }
+        result =
+            gradation<3, ANISO, VARIATION>(first.data(), graph.data(), g)
+                .run(pos.col(0), pos.ld(), field, field_ld, n, nodes, nodes_frozen, dir, counters);
     return int(result);
 }
 

@@ -1,9 +1,9 @@
 // The numeric allocator behind dense1D and dense2D buffers.
 //
-// Small blocks come from the C heap, 64-byte aligned. Large blocks (4 MiB and more) are mapped
+// Small blocks come from the C heap, 64-byte aligned. Large blocks (1 MiB and more) are mapped
 // directly, 2 MiB aligned, and advised for transparent huge pages: on virtual machines a page
 // fault costs several microseconds, and huge pages cut the number of faults by 512. Freed large
-// blocks are kept in a small cache (at most 8 blocks, 1 GiB in all; the blocks kept longest ago
+// blocks are kept in a small cache (at most 16 blocks, 1 GiB in all; the blocks kept longest ago
 // make room for new ones) and handed out again for requests they fit without wasting more than
 // half of them, so algorithms that allocate and free large scratch buffers call after call do not
 // fault the same memory in again and again. The cache is the allocator's own business, guarded by
@@ -20,9 +20,9 @@ namespace
 {
 
 constexpr std::size_t small_alignment = 64;
-constexpr std::size_t large_threshold = std::size_t(4) << 20;
+constexpr std::size_t large_threshold = std::size_t(1) << 20;
 constexpr std::size_t huge_page = std::size_t(2) << 20;
-constexpr unsigned cache_slots = 8;
+constexpr unsigned cache_slots = 16;
 constexpr std::size_t cache_limit = std::size_t(1) << 30;
 
 struct large_block

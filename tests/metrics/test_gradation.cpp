@@ -65,13 +65,16 @@ double worst_measure(const dense2D<double>& pos, const dense2D<unsigned>& connec
 {
     dense1D<unsigned> first, graph;
     EXPECT_EQ(get_node_graph(connectM, first, graph), 0);
-    meshutil::detail::gradation<DIM, ANISO, VARIATION> run(pos.col(0), pos.ld(), field, field_ld,
-                                                           first.data(), graph.data(), nullptr,
-                                                           nullptr, false, 0.0);
     double worst = 0.0;
     for (unsigned i = 0; i + 1 < first.size(); ++i)
         for (unsigned k = first[i]; k < first[i + 1]; ++k)
-            worst = std::max(worst, run.measure(i, graph[k]));
+        {
+            const unsigned j = graph[k];
+            int order;
+            worst = std::max(worst, meshutil::detail::edge_measure<DIM, ANISO, VARIATION>(
+                                        pos.col(i), pos.col(j), field + i * field_ld,
+                                        field + j * field_ld, order));
+        }
     return worst;
 }
 

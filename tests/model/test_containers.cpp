@@ -294,7 +294,7 @@ TEST(allocator, large_blocks_are_aligned_and_reused)
     // moves on to larger inputs gets its new buffers back instead of fresh mappings).
     const std::size_t four = std::size_t(4) << 20;
     std::vector<void*> old;
-    for (unsigned k = 0; k < 8; ++k)
+    for (unsigned k = 0; k < 16; ++k) // as many as the cache keeps
         old.push_back(qx7::__vector_num_alloc(four));
     for (void* p : old)
         qx7::__vector_num_free(p, four);
@@ -307,7 +307,7 @@ TEST(allocator, large_blocks_are_aligned_and_reused)
     ASSERT_EQ(qx7::__vector_num_alloc(big), c);
     EXPECT_EQ(static_cast<char*>(c)[big - 1], 2);
     qx7::__vector_num_free(c, big);
-    void* d = qx7::__vector_num_alloc(four); // the seven 4 MiB blocks left still serve
+    void* d = qx7::__vector_num_alloc(four); // the fifteen 4 MiB blocks left still serve
     EXPECT_NE(std::find(old.begin(), old.end(), d), old.end());
     qx7::__vector_num_free(d, four);
     qx7::__vector_num_trim();
