@@ -386,6 +386,8 @@ private:
                 const gradation_entry& next = queue.top();
                 __builtin_prefetch(m_node + next.node);
                 __builtin_prefetch(m_node + next.neighbour);
+                __builtin_prefetch(rec(next.node));
+                __builtin_prefetch(rec(next.neighbour));
             }
             const unsigned i = e.node, j = e.neighbour;
             const unsigned state_j = m_node[j].state;
@@ -394,18 +396,25 @@ private:
                 ++counters.stale;
                 continue;
             }
-            // The entry is the current value of its slot: consume it.
-            const unsigned slot = find_slot(i, j);
-            m_keys[slot] = empty;
+            // The entry is the current value of its slot. A successful move rewrites every slot
+            // of i, this one included; a failed one empties it.
+            const unsigned begin = m_node[i].first, end = m_node[i + 1].first;
+            __builtin_prefetch(m_graph + begin);
+            __builtin_prefetch(m_graph + end - 1);
+            __builtin_prefetch(m_mirror + begin);
+            __builtin_prefetch(m_mirror + end - 1);
+            __builtin_prefetch(m_keys + begin);
+            __builtin_prefetch(m_keys + end - 1);
             if (!update(i, j))
             {
+                const unsigned slot = find_slot(i, j);
+                m_keys[slot] = empty;
                 if (m_node[i].rep == slot && !push_best(queue, i, stamp, counters)) return -199;
                 continue;
             }
             ++counters.updates;
             if (m_node[i].state == 0) ++count;
             m_node[i].state = ++stamp;
-            const unsigned begin = m_node[i].first, end = m_node[i + 1].first;
             for (unsigned k = begin; k < end; ++k)
             {
                 const unsigned nb = m_graph[k];

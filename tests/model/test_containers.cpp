@@ -1,10 +1,12 @@
 // The containers: shared and deep copies, views, growth, allocation failure, column appends,
 // fixed-size objects, the histogram, the eigen-solver and the block allocator.
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <meshutil/containers.h>
 #include <random>
+#include <sys/mman.h>
 #include <vector>
 
 using qx7::dense1D;
@@ -294,7 +296,7 @@ TEST(allocator, large_blocks_are_aligned_and_reused)
     // moves on to larger inputs gets its new buffers back instead of fresh mappings).
     const std::size_t four = std::size_t(4) << 20;
     std::vector<void*> old;
-    for (unsigned k = 0; k < 16; ++k) // as many as the cache keeps
+    for (unsigned k = 0; k < 32; ++k) // as many as the cache keeps
         old.push_back(qx7::__vector_num_alloc(four));
     for (void* p : old)
         qx7::__vector_num_free(p, four);
@@ -307,10 +309,27 @@ TEST(allocator, large_blocks_are_aligned_and_reused)
     ASSERT_EQ(qx7::__vector_num_alloc(big), c);
     EXPECT_EQ(static_cast<char*>(c)[big - 1], 2);
     qx7::__vector_num_free(c, big);
-    void* d = qx7::__vector_num_alloc(four); // the fifteen 4 MiB blocks left still serve
+    void* d = qx7::__vector_num_alloc(four); // the 31 blocks of 4 MiB left still serve
     EXPECT_NE(std::find(old.begin(), old.end(), d), old.end());
     qx7::__vector_num_free(d, four);
     qx7::__vector_num_trim();
+
+    // A kept block handed out for a shorter request comes back whole when that request is freed
+    // (with the size it asked for), and the trim unmaps all of it.
+    const std::size_t large = std::size_t(64) << 20, shorter = std::size_t(40) << 20;
+    void* e = qx7::__vector_num_alloc(large);
+    ASSERT_NE(e, nullptr);
+    static_cast<char*>(e)[large - 1] = 3;
+    qx7::__vector_num_free(e, large);
+    ASSERT_EQ(qx7::__vector_num_alloc(shorter), e);
+    qx7::__vector_num_free(e, shorter);
+    ASSERT_EQ(qx7::__vector_num_alloc(large), e);
+    EXPECT_EQ(static_cast<char*>(e)[large - 1], 3);
+    qx7::__vector_num_free(e, large);
+    qx7::__vector_num_trim();
+    unsigned char residency;
+    EXPECT_EQ(mincore(static_cast<char*>(e) + shorter, 4096, &residency), -1); // unmapped
+    EXPECT_EQ(errno, ENOMEM);
 
     void* small = qx7::__vector_num_alloc(100);
     ASSERT_NE(small, nullptr);
