@@ -11,6 +11,7 @@
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <meshutil/connectivity.h>
 
 namespace qx7::meshutil::detail
@@ -22,7 +23,8 @@ struct gradation_counters
     std::size_t pushes = 0;  ///< entries put into the queue
     std::size_t pops = 0;    ///< entries taken out of the queue
     std::size_t stale = 0;   ///< entries discarded by the stamp test
-    std::size_t peak = 0;    ///< largest queue size
+    std::size_t peak = 0;      ///< largest queue size (seeds not yet reached and heap)
+    std::size_t heap_peak = 0; ///< largest heap size
     std::size_t updates = 0; ///< successful node modifications
 };
 
@@ -41,7 +43,7 @@ static_assert(sizeof(gradation_entry) == 16, "queue entries are 16 bytes");
 /// Stored from slot 1 (slot 0 unused) in 64-byte aligned memory, so that the two children of a
 /// node share 32 bytes and its four grandchildren one cache line; the removal prefetches the four
 /// lines three levels below the current node, hiding most of the memory latency of deep heaps.
-class gradation_queue
+class gradation_heap
 {
 public:
     /// Capacity for n entries; false when memory cannot be had.
@@ -101,6 +103,81 @@ public:
 
 private:
     dense1D<gradation_entry, 64> m_v;
+};
+
+/// The queue of a run: the entries made before the propagation starts (the seeds, one per node),
+/// sorted once by key, beside a binary max-heap for the entries made during the propagation.
+/// The next entry is the one with the largest key of both; among equal keys a seed comes first.
+/// The seeds are read in order instead of being sifted through the heap, and the heap is smaller
+/// by the seeds not yet reached: most of them go stale before their turn, and a deep heap is
+/// what a large run pays for most, one cache miss per level.
+class gradation_queue
+{
+public:
+    /// Capacity for the seeds and the heap; false when memory cannot be had.
+    bool reserve(std::size_t seeds, std::size_t heap) noexcept
+    {
+        return m_seeds.reserve(seeds) && m_heap.reserve(heap);
+    }
+    /// Adds an entry (a seed until start); false when memory cannot be had.
+    bool push(const gradation_entry& e) noexcept
+    {
+        return m_seeding ? m_seeds.push_back(e) : m_heap.push(e);
+    }
+    /// Ends the seeding: sorts the seeds by key, largest first, keeping the order of equal keys
+    /// (radix sort on the bits of the keys, which are non-negative floats). False when memory
+    /// cannot be had.
+    bool start() noexcept
+    {
+        m_seeding = false;
+        const std::size_t n = m_seeds.size();
+        dense1D<gradation_entry, 64> other;
+        if (n < 2) return true;
+        if (!other.resize(n)) return false;
+        gradation_entry *from = m_seeds.data(), *to = other.data();
+        for (unsigned shift : {0u, 11u, 22u})
+        {
+            std::size_t count[2049] = {};
+            for (std::size_t k = 0; k < n; ++k)
+                ++count[digit(from[k], shift) + 1];
+            for (unsigned d = 1; d <= 2048; ++d)
+                count[d] += count[d - 1];
+            for (std::size_t k = 0; k < n; ++k)
+                to[count[digit(from[k], shift)]++] = from[k];
+            std::swap(from, to);
+        }
+        if (from != m_seeds.data()) m_seeds = std::move(other); // an odd number of passes
+        return true;
+    }
+    bool empty() const noexcept { return m_next == m_seeds.size() && m_heap.empty(); }
+    std::size_t size() const noexcept { return m_seeds.size() - m_next + m_heap.size(); }
+    std::size_t heap_size() const noexcept { return m_heap.size(); }
+    /// The entry with the largest key. Precondition: not empty.
+    const gradation_entry& top() const noexcept
+    {
+        return from_seeds() ? m_seeds[m_next] : m_heap.top();
+    }
+    /// Removes and returns the entry with the largest key. Precondition: not empty.
+    gradation_entry pop() noexcept { return from_seeds() ? m_seeds[m_next++] : m_heap.pop(); }
+
+private:
+    bool from_seeds() const noexcept
+    {
+        return m_next < m_seeds.size() &&
+               (m_heap.empty() || !(m_seeds[m_next].key < m_heap.top().key));
+    }
+    /// Digit of the sort: 11 bits of the complemented key bits (so that larger keys come first).
+    static unsigned digit(const gradation_entry& e, unsigned shift) noexcept
+    {
+        std::uint32_t bits;
+        std::memcpy(&bits, &e.key, sizeof bits);
+        return (~bits >> shift) & 2047u;
+    }
+
+    dense1D<gradation_entry, 64> m_seeds;
+    gradation_heap m_heap;
+    std::size_t m_next = 0;
+    bool m_seeding = true;
 };
 
 /// The measure as a queue key: capped at FLT_MAX before the conversion to float.
@@ -352,7 +429,7 @@ private:
     long propagate(std::size_t n, gradation_counters& counters) noexcept
     {
         gradation_queue queue;
-        if (!queue.reserve(4 * n + 16)) return -199;
+        if (!queue.reserve(n, 3 * n + 16)) return -199;
         for (unsigned i = 0; i < n; ++i)
             for (unsigned k = m_first[i]; k < m_first[i + 1]; ++k)
                 if (m_graph[k] > i)
@@ -374,10 +451,12 @@ private:
             }
             if (!push_best(queue, i, stamp, counters)) return -199;
         }
+        if (!queue.start()) return -199;
         long count = 0;
         while (!queue.empty())
         {
             counters.peak = std::max(counters.peak, queue.size());
+            counters.heap_peak = std::max(counters.heap_peak, queue.heap_size());
             const gradation_entry e = queue.pop();
             ++counters.pops;
             if (!queue.empty())
