@@ -174,9 +174,14 @@ double shock_pass_seconds(const dense2D<double>& pos, const dense2D<unsigned>& c
     nbr_edges = edges.cols();
     dense1D<double> shocks;
     H_shock(pos, edges, sizes, shocks); // warm-up: first touch of the output
-    const double t0 = cpu_seconds();
-    H_shock(pos, edges, sizes, shocks);
-    return cpu_seconds() - t0;
+    double best = HUGE_VAL;
+    for (int k = 0; k < 3; ++k)
+    {
+        const double t0 = cpu_seconds();
+        H_shock(pos, edges, sizes, shocks);
+        best = std::min(best, cpu_seconds() - t0);
+    }
+    return best;
 }
 
 /// Log-uniform sizes in [0.001, 1].
@@ -217,7 +222,10 @@ void BM_gradation_iso(benchmark::State& state)
     double cpu = cpu_seconds();
     int modified = bound_metric_gradations(pos, connectM, EL_TETRA4, none, true, 0, 0.2, h);
     state.counters["first_call_ms"] = 1e3 * (cpu_seconds() - cpu);
-    cpu = 0.0;
+    // The timed calls are reported by their fastest (call_ms): shared virtual machines add noise
+    // of 10 % and more from one call to the next, and the fastest call is the best estimate of
+    // the cost of the work itself. Growth figures compare the call_ms of the two sizes.
+    double best = HUGE_VAL;
     for (auto _ : state)
     {
         state.PauseTiming();
@@ -225,14 +233,15 @@ void BM_gradation_iso(benchmark::State& state)
         state.ResumeTiming();
         const double t0 = cpu_seconds();
         modified = bound_metric_gradations(pos, connectM, EL_TETRA4, none, true, 0, 0.2, h);
-        cpu += cpu_seconds() - t0;
+        best = std::min(best, cpu_seconds() - t0);
         benchmark::DoNotOptimize(modified);
     }
     std::size_t nbr_edges = 0;
     const double pass = shock_pass_seconds(pos, connectM, h0, nbr_edges);
+    state.counters["call_ms"] = 1e3 * best;
     state.counters["edges"] = double(nbr_edges);
     state.counters["H_shock_ms"] = 1e3 * pass;
-    state.counters["x_H_shock"] = cpu / double(state.iterations()) / pass;
+    state.counters["x_H_shock"] = best / pass;
     h.copy(h0);
     const md::gradation_counters c = count_run<false>(pos, connectM, h.data(), 1, 1, h.size());
     state.SetItemsProcessed(state.iterations() * std::int64_t(pos.cols()));
@@ -242,13 +251,53 @@ void BM_gradation_iso(benchmark::State& state)
     state.counters["pops"] = double(c.pops);
     state.counters["stale"] = double(c.stale);
     state.counters["peak"] = double(c.peak);
+    state.counters["heap_peak"] = double(c.heap_peak);
     state.counters["updates"] = double(c.updates);
 }
 BENCHMARK(BM_gradation_iso)
     ->Arg(250000)
     ->Arg(1000000)
     ->Unit(benchmark::kMillisecond)
-    ->Iterations(1);
+    ->Iterations(3);
+
+/// The growth of the isotropic gradation from 250k to 1M nodes, measured with the calls of the
+/// two sizes interleaved (after one untimed call of each), so that both see the same machine:
+/// on a shared virtual machine the cost of memory drifts by 10 % and more within minutes, which
+/// two benchmarks run one after the other turn into a ratio error of that size. Reports the
+/// fastest of three calls of each size and their ratio.
+void BM_gradation_iso_growth(benchmark::State& state)
+{
+    struct problem
+    {
+        dense2D<double> pos;
+        dense2D<unsigned> connectM;
+        dense1D<double> h0, h;
+        double best = HUGE_VAL;
+    } sizes[2];
+    const std::int64_t nodes[2] = {250000, 1000000};
+    for (int k = 0; k < 2; ++k)
+    {
+        cube_mesh(side_for(nodes[k]), sizes[k].pos, sizes[k].connectM);
+        random_sizes(sizes[k].pos.cols(), 3, sizes[k].h0);
+    }
+    const dense1D<unsigned> none;
+    int modified = 0;
+    for (auto _ : state)
+        for (int round = 0; round < 4; ++round) // round 0 untimed: first touch of the memory
+            for (problem& p : sizes)
+            {
+                p.h.copy(p.h0);
+                const double t0 = cpu_seconds();
+                modified =
+                    bound_metric_gradations(p.pos, p.connectM, EL_TETRA4, none, true, 0, 0.2, p.h);
+                if (round > 0) p.best = std::min(p.best, cpu_seconds() - t0);
+                benchmark::DoNotOptimize(modified);
+            }
+    state.counters["call_ms_250k"] = 1e3 * sizes[0].best;
+    state.counters["call_ms_1M"] = 1e3 * sizes[1].best;
+    state.counters["ratio"] = sizes[1].best / sizes[0].best;
+}
+BENCHMARK(BM_gradation_iso_growth)->Unit(benchmark::kMillisecond)->Iterations(1);
 
 void BM_gradation_aniso_3d(benchmark::State& state)
 {

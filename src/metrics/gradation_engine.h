@@ -20,12 +20,12 @@ namespace qx7::meshutil::detail
 /// Counters of one gradation run.
 struct gradation_counters
 {
-    std::size_t pushes = 0;  ///< entries put into the queue
-    std::size_t pops = 0;    ///< entries taken out of the queue
-    std::size_t stale = 0;   ///< entries discarded by the stamp test
+    std::size_t pushes = 0;    ///< entries put into the queue
+    std::size_t pops = 0;      ///< entries taken out of the queue
+    std::size_t stale = 0;     ///< entries discarded by the stamp test
     std::size_t peak = 0;      ///< largest queue size (seeds not yet reached and heap)
     std::size_t heap_peak = 0; ///< largest heap size
-    std::size_t updates = 0; ///< successful node modifications
+    std::size_t updates = 0;   ///< successful node modifications
 };
 
 /// Queue entry: the edge's measure as a float, the stamp at which it was made, the node to
