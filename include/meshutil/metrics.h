@@ -346,9 +346,11 @@ MESHUTIL_API int metrics_aniso3d_to_aniso2d(const dense2D<double>& metrics3d,
 // than the largest node index of connectM. Then -199 when memory cannot be had (the field may
 // then be partly graded).
 //
-// Entries of equal keys come out in an order that depends on the queue's arrangement; on
-// structured meshes such ties are common (the two ends of an edge, or nodes graded from the same
-// source), and which move comes first there is not part of the contract.
+// Among entries of equal keys the oldest comes out first: an entry made before the propagation
+// starts, then by the stamp of the move that made it. Such ties are common on structured meshes
+// (the two ends of an edge, or nodes graded from the same source), and treating the oldest first
+// makes fewer moves than the other way round. Entries of one move with equal keys come out in an
+// order that depends on the queue's arrangement and is not part of the contract.
 //
 // Complexity: O(E log Q) for E queue entries and a queue of at most Q entries; near-linear in
 // the mesh size for size fields of bounded gradient. Extra memory: the node graph, 8 bytes per

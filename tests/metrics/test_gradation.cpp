@@ -2,6 +2,7 @@
 #include "metrics/gradation_engine.h"
 #include "metrics/metrics_test_util.h"
 
+#include <algorithm>
 #include <cfloat>
 #include <gtest/gtest.h>
 #include <meshutil/connectivity.h>
@@ -351,6 +352,66 @@ TEST(metric_gradation, same_moves_as_the_plain_propagation)
                     EXPECT_NEAR(1.0 / std::sqrt(M(0, j)), h[j], 1e-6 * h[j]) << hmin << " " << dim;
                 }
             }
+}
+
+TEST(metric_gradation, queue_gives_the_largest_key_and_the_oldest_of_equal_keys)
+{
+    // Seeds, then rounds of one removal and a few entries made with a new stamp, against a list
+    // scanned for the first entry in (largest key, smallest stamp) order. The keys repeat (ties
+    // across stamps), span the float range (entries waiting far below the heap) and crowd the
+    // last key taken (band edges, bands entering a heap that already holds their keys).
+    namespace md = meshutil::detail;
+    rng r(5);
+    for (int trial = 0; trial < 6; ++trial)
+    {
+        std::vector<float> pool;
+        for (int k = 0; k < 12; ++k)
+            pool.push_back(float(r.log_uniform(0.2, trial % 2 ? 1e30 : 4.0)));
+        pool.push_back(FLT_MAX);
+        md::gradation_queue queue;
+        ASSERT_TRUE(queue.reserve(400, 64)); // the heap and the bands have to grow
+        std::vector<md::gradation_entry> live;
+        unsigned id = 0, stamp = 0;
+        float last = pool[0];
+        auto key = [&]
+        {
+            const double u = r.uniform();
+            return u < 0.4   ? pool[r.next() % pool.size()]
+                   : u < 0.6 ? last
+                             : float(std::min(double(FLT_MAX), last * r.uniform(0.8, 1.25)));
+        };
+        auto add = [&](float k)
+        {
+            const md::gradation_entry e{k, stamp, id++, 0};
+            live.push_back(e);
+            ASSERT_TRUE(queue.push(e));
+        };
+        for (int k = 0; k < 400; ++k)
+            add(key());
+        ASSERT_TRUE(queue.start());
+        std::size_t taken = 0;
+        while (!queue.empty())
+        {
+            ASSERT_TRUE(queue.prepare());
+            ASSERT_EQ(queue.size(), live.size());
+            const md::gradation_entry e = queue.pop();
+            const auto first = std::min_element(live.begin(), live.end(), md::comes_before);
+            const auto it =
+                std::find_if(live.begin(), live.end(),
+                             [&](const md::gradation_entry& x) { return x.node == e.node; });
+            ASSERT_NE(it, live.end());
+            // Entries of one stamp with equal keys may come out in any order.
+            ASSERT_EQ(it->key, first->key) << trial << " " << taken;
+            ASSERT_EQ(it->stamp, first->stamp) << trial << " " << taken;
+            live.erase(it);
+            last = e.key;
+            ++stamp;
+            if (++taken < 4000)
+                for (auto k = r.next() % 4; k > 0; --k)
+                    add(key());
+        }
+        EXPECT_TRUE(live.empty());
+    }
 }
 
 TEST(metric_gradation, shock_screen_never_hides_a_shock_above_g)
