@@ -331,6 +331,33 @@ TEST(allocator, large_blocks_are_aligned_and_reused)
     EXPECT_EQ(mincore(static_cast<char*>(e) + shorter, 4096, &residency), -1); // unmapped
     EXPECT_EQ(errno, ENOMEM);
 
+    // With as many blocks lent as can be noted, one more kept block handed to a shorter request
+    // is cut down to it: its tail is unmapped at once, and it comes back at the shorter size.
+    const std::size_t eight = std::size_t(8) << 20, six = std::size_t(6) << 20;
+    std::vector<void*> kept(33), lent;
+    for (void*& p : kept)
+        ASSERT_NE(p = qx7::__vector_num_alloc(eight), nullptr);
+    for (int k = 0; k < 32; ++k)
+        qx7::__vector_num_free(kept[k], eight);
+    for (int k = 0; k < 32; ++k)
+        lent.push_back(qx7::__vector_num_alloc(six)); // each an 8 MiB block, noted as lent
+    qx7::__vector_num_free(kept[32], eight);
+    void* cut = qx7::__vector_num_alloc(six);
+    ASSERT_EQ(cut, kept[32]);
+    EXPECT_EQ(mincore(static_cast<char*>(cut) + six, 4096, &residency), -1);
+    EXPECT_EQ(errno, ENOMEM);
+    static_cast<char*>(cut)[six - 1] = 4;
+    qx7::__vector_num_free(cut, six);
+    EXPECT_EQ(qx7::__vector_num_alloc(six), cut); // kept at 6 MiB, and still mapped
+    EXPECT_EQ(static_cast<char*>(cut)[six - 1], 4);
+    qx7::__vector_num_free(cut, six);
+    for (void* p : lent) // the lent blocks come back whole
+        qx7::__vector_num_free(p, six);
+    void* whole = qx7::__vector_num_alloc(eight);
+    EXPECT_NE(std::find(lent.begin(), lent.end(), whole), lent.end());
+    qx7::__vector_num_free(whole, eight);
+    qx7::__vector_num_trim();
+
     void* small = qx7::__vector_num_alloc(100);
     ASSERT_NE(small, nullptr);
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(small) % 64, 0u);
