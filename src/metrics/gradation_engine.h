@@ -103,7 +103,7 @@ public:
                 __builtin_prefetch(v + 16 * k + 8);
                 __builtin_prefetch(v + 16 * k + 12);
             }
-            // Branch-free choice of the larger child (the right one only when strictly larger);
+            // Branch-free choice of the child that comes first (the right one only when it does);
             // slot n is still allocated, and ignored when it is not a child.
             c += std::size_t((c + 1 < n) & comes_before(v[c + 1], v[c]));
             if (!comes_before(v[c], last)) break;
@@ -118,8 +118,8 @@ private:
     dense1D<gradation_entry, 64> m_v;
 };
 
-/// Entries waiting below the heap's band, by band of key (see gradation_queue): for each band a
-/// list of chunks of 32 entries, in the order the entries came. The chunks come from one pool and
+/// Entries waiting until their band of keys may hold the next entry (see gradation_queue): per band
+/// a list of chunks of 32 entries, in the order the entries came. The chunks come from one pool and
 /// go back to it when their band is emptied.
 class gradation_bands
 {
